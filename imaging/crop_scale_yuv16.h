@@ -1,0 +1,35 @@
+// Cuts a rectangle out of a Yuv16Frame and scales it to another size, in 16.16 fixed point.
+//
+// Destination pixel (i, j) is sampled at column cropX + i * stepX and row cropY + j * stepY, where
+// stepX = (cropWidth << 16) / dstWidth; docs/scaling.md draws the positions. Destination rows are
+// made of whole pixel pairs: an odd dstWidth gives rows of dstWidth + 1 pixels.
+//
+// The caller vouches for: a rectangle inside the source, sizes of at most 32767, destination of
+// 4 * ((dstWidth + 1) / 2) * dstHeight bytes, no overlap. A destination size of 0 or below writes
+// nothing. Level: any.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace kolm {
+
+// Nearest sample. A pair's chroma is the floor mean of the chroma at its two sampled positions.
+void CropScaleYUV16(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
+                    int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
+                    int32_t cropWidth, int32_t cropHeight);
+
+// The same into a part of a larger picture: dstStride bytes from one destination row to the next.
+void CropScaleYUV16ToRows(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
+                          size_t dstStride, int32_t dstWidth, int32_t dstHeight, int32_t cropX,
+                          int32_t cropY, int32_t cropWidth, int32_t cropHeight);
+
+// Bilinear, with plain averages at the right edge (vertical) and in the bottom rows (horizontal).
+// When it enlarges to the source's right edge, the bottom rows read up to one pixel pair (4 bytes)
+// behind their source row, which for the last row lies behind the source frame: those bytes must be
+// readable.
+void CropScaleYUV16Bilinear(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
+                            int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
+                            int32_t cropWidth, int32_t cropHeight);
+
+}  // namespace kolm

@@ -1,0 +1,162 @@
+/* Kolm: post-processing of packed 4:2:2 YUV camera frames, called from a kernel-mode capture
+ * driver. This header is the whole interface; it compiles alone as C11 and C++17.
+ *
+ * Terms
+ *   Yuv16Frame   width * height * 2 bytes of packed 4:2:2 YUV (YUY2): rows of width * 2 bytes from
+ *                top to bottom without padding, each pixel pair four bytes Y0, U, Y1, V. Widths are
+ *                even. Colour is BT.601 limited range; black is 0 or 16, 128, 0 or 16, 128.
+ *   level        the calling level (IRQL). PASSIVE is 0, DISPATCH is 2.
+ *
+ * Rules for every export
+ *   - It writes one line to the kernel debugger first, then works on the caller's thread and returns
+ *     when all is done.
+ *   - Pointers need no alignment. Null pointers are not accepted unless said so.
+ *   - Results are NTSTATUS values, 0 for success.
+ *   - A buffer's size is the caller's word: the module cannot check it.
+ *   - Calls may run at the same time on different threads, but for the face-tracking family.
+ *
+ * The module also exports DllInitialize and DllUnload, which the kernel's loader calls when the
+ * first importing driver is loaded and the last one is gone, both at level PASSIVE. They only write
+ * their debugger lines, allocate and free nothing and return 0. They are left out of the import
+ * library, so that no client can bind to them; their declarations stand in module/entry.h.
+ */
+#ifndef KOLM_H
+#define KOLM_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* May be defined as __declspec(dllimport) before this header to spare the import library's jump. */
+#ifndef KOLM_API
+#define KOLM_API
+#endif
+
+/* One 16-bit character of a path, UTF-16. With the compilers for Windows this is wchar_t. */
+#if WCHAR_MAX > 0xFFFF
+#ifndef __cplusplus
+#include <uchar.h>
+#endif
+typedef char16_t KolmPathCharacter;
+#else
+#if !defined(__cplusplus)
+#include <wchar.h>
+#endif
+typedef wchar_t KolmPathCharacter;
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Reads a source Yuv16Frame and writes the whole destination Yuv16Frame, each of
+ * width * height * 2 bytes; the two must not overlap. Results beyond an effect's parameter range
+ * and at awkward sizes are listed in docs/effects.md; in no case is a byte written outside the
+ * destination (for an odd pixel count: outside the pair that it is rounded up to, so that such
+ * frames need 2 spare bytes). Level: up to DISPATCH. */
+typedef void (*EffectRoutine)(const uint8_t* source, uint8_t* destination, uint32_t width,
+                              uint32_t height, uint32_t parameter);
+
+enum {
+  KOLM_EFFECT_FIRST = 1,
+  KOLM_EFFECT_LAST = 18,
+  KOLM_BACKGROUND_WIDTH = 640,
+  KOLM_BACKGROUND_HEIGHT = 480
+};
+
+/* A stored background: 921600 bytes. frame is a 640 x 480 Yuv16Frame; alpha holds one byte a pixel,
+ * rows from top to bottom: 255 where the background covers the live picture, 0 where the live
+ * picture shows through. */
+typedef struct BackgroundRecord {
+  uint8_t frame[KOLM_BACKGROUND_WIDTH * KOLM_BACKGROUND_HEIGHT * 2];
+  uint8_t alpha[KOLM_BACKGROUND_WIDTH * KOLM_BACKGROUND_HEIGHT];
+} BackgroundRecord;
+
+/* One face tracker, owned and filled by the caller: 104 bytes. Sizes and positions are in pixels. */
+typedef struct FaceTracker {
+  uint32_t frameWidth;  /* of srcFrame and dstFrame; even */
+  uint32_t frameHeight; /* of srcFrame and dstFrame */
+  int32_t detectWidth;  /* of the picture that the detector sees: as given to Init; not 0 */
+  int32_t detectHeight;
+  uint32_t scaleFactorMilli; /* step between the detector's window sizes in thousandths: 1100 is 1.1 */
+  uint32_t missCount;        /* frames without a face since the crop settled */
+  uint32_t stepIndex;        /* steps taken of the current move; stepCount - 1 is settled */
+  int32_t stepCount;         /* frames over which the crop moves to a new target; 1 or more */
+  int32_t cropX, cropY, cropWidth, cropHeight;         /* the part of the frame now shown */
+  int32_t targetX, targetY, targetWidth, targetHeight; /* the part being moved to */
+  int32_t resetWhenLost; /* not 0: return to the whole frame after stepCount frames without a face */
+  const uint8_t* srcFrame; /* the camera's Yuv16Frame, frameWidth * frameHeight * 2 bytes */
+  uint8_t* dstFrame;       /* the resulting Yuv16Frame, same size, not overlapping srcFrame */
+  void* faceStorage;       /* set by Init, cleared by Uninit */
+  void* detectionImage;    /* set by Init, cleared by Uninit */
+} FaceTracker;
+
+/* ---- Video effects: ids 1 to 18, each with at most one parameter. Level: up to DISPATCH. ---- */
+
+/* Stores the routine of effectId at *routine, or null if there is no such effect. Returns 0.
+ * Nothing is allocated; the routine stays valid until the module is unloaded. */
+KOLM_API int32_t Kolm_VE_InitVideoEffect(uint32_t effectId, EffectRoutine* routine);
+
+/* Stores the parameter range of effectId, both ends included. For an unknown id neither output is
+ * written. Returns 0. */
+KOLM_API int32_t Kolm_VE_GetParameterRange(uint32_t effectId, uint32_t* minimum, uint32_t* maximum);
+
+/* Stores the suggested parameter of effectId; 0 for an unknown id. Returns 0. */
+KOLM_API int32_t Kolm_VE_GetParameterDefault(uint32_t effectId, uint32_t* defaultValue);
+
+/* Runs routine over one frame. source and destination are Yuv16Frames of width * height * 2 bytes
+ * that do not overlap; width is even. parameter is passed on unchecked; effects without one ignore
+ * it. routine must not be null: any function of the right shape may be passed and is called.
+ * Work buffers are taken from non-paged pool and given back before the call returns; if there is
+ * no memory, the destination is a copy of the source. Returns 0. */
+KOLM_API int32_t Kolm_VE_RunVideoEffect(EffectRoutine routine, const uint8_t* source,
+                                        uint8_t* destination, uint32_t width, uint32_t height,
+                                        uint32_t parameter);
+
+/* There is nothing to release: only the debugger line is written. Returns 0. */
+KOLM_API int32_t Kolm_VE_UninitVideoEffect(void);
+
+/* ---- Background replacement ---- */
+
+/* Reads record recordIndex (from 1) of the store \SystemRoot\system32\KolmBg.img into *record,
+ * 921600 bytes. Level: PASSIVE. Not available in this version: nothing is read and the result is
+ * 0xC0000002 (STATUS_NOT_IMPLEMENTED). */
+KOLM_API int32_t Kolm_BG_LoadBackground(uint32_t recordIndex, uint8_t* record);
+
+/* Scales *record (921600 bytes) to width x height pixels into destination: a Yuv16Frame of
+ * width * height * 2 bytes, directly followed by its alpha plane of width * height bytes.
+ * Level: up to DISPATCH. Not available in this version: nothing is written. Returns 0. */
+KOLM_API int32_t Kolm_BG_ScaleBackground(const uint8_t* record, uint8_t* destination, uint32_t width,
+                                         int32_t height);
+
+/* Lays a scaled background (width * height * 3 bytes, as Kolm_BG_ScaleBackground makes it) over the
+ * Yuv16Frame live into the Yuv16Frame output, each of width * height * 2 bytes; output may be live.
+ * Level: any. Not available in this version: nothing is written. Returns 0. */
+KOLM_API int32_t Kolm_BG_AlphaBlending(uint32_t width, uint32_t height, const uint8_t* background,
+                                       const uint8_t* live, uint8_t* output);
+
+/* Builds *record, 921600 bytes, from an uncompressed 24- or 32-bit bitmap file. path is
+ * zero-terminated and in the kernel's object-name form. Level: PASSIVE. Not available in this
+ * version: nothing is read and the result is 0xC0000002 (STATUS_NOT_IMPLEMENTED). */
+KOLM_API int32_t Kolm_BG_LoadFromFile(const KolmPathCharacter* path, uint8_t* record);
+
+/* ---- Face tracking: no two calls of this family at the same time. Level: PASSIVE. ---- */
+
+/* Creates a tracker's resources for a detection picture of width x height and stores them at
+ * *storage and *image, the caller's FaceTracker fields faceStorage and detectionImage. Returns 0.
+ * Not available in this version: both are set to null. */
+KOLM_API int32_t Kolm_FT_InitFaceTracking(uint32_t width, uint32_t height, void** storage,
+                                          void** image);
+
+/* Processes one frame: reads tracker->srcFrame, writes tracker->dstFrame, updates the tracker.
+ * logValue is only printed. Returns 0. Not available in this version: nothing is written. */
+KOLM_API int32_t Kolm_FT_DoFaceTracking(uint32_t logValue, FaceTracker* tracker);
+
+/* Releases what Init stored at *storage and *image (null is fine) and sets both to null.
+ * Returns 0. */
+KOLM_API int32_t Kolm_FT_UninitFaceTracking(void** storage, void** image);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
