@@ -1,7 +1,13 @@
 // Bilinear crop and scale of packed frames.
+#include <tmmintrin.h>
+
 #include "imaging/crop_scale_yuv16.h"
 #include "imaging/fixed_point.h"
+#include "imaging/interpolate_sse2.h"
 #include "imaging/yuv16_sample.h"
+#include "imaging/yuv16_window.h"
+#include "module/memory.h"
+#include "platform/instruction_set.h"
 
 namespace kolm {
 namespace {
@@ -80,6 +86,244 @@ int32_t PairsBeforeEdge(int32_t columns) { return columns > 2 ? (columns - 3) / 
 
 int32_t Smaller(int32_t a, int32_t b) { return a < b ? a : b; }
 
+// The interpolated region: whole rows of `pairs` pairs, each with both neighbours in the source.
+struct Region {
+  const uint8_t* src;
+  ptrdiff_t srcStride;
+  int32_t srcWidth;
+  uint8_t* dst;
+  ptrdiff_t dstStride;
+  int32_t pairs;
+  int32_t rows;
+  int32_t x, stepX;
+  int32_t y, stepY;
+};
+
+void InterpolateRegion_Plain(const Region& r) {
+  uint8_t* dst = r.dst;
+  int32_t y = r.y;
+  for (int32_t row = 0; row < r.rows; ++row) {
+    InterpolatePairs_Plain(r.src + (y >> 16) * r.srcStride, r.src + NextSample(y) * r.srcStride,
+                           dst, r.pairs, r.x, r.stepX, y & 0xFFFF);
+    dst += r.dstStride;
+    y = Advance(y, r.stepY);
+  }
+}
+
+// The vector form interpolates source rows across and keeps the last two, since consecutive
+// destination rows mostly lie between the same ones; then it interpolates down between them. It
+// works in tiles of columns whose rows the stack can hold, in groups of 4 pairs (8 pixels).
+constexpr int32_t kGroupPairs = 4;
+constexpr int32_t kGroupPixels = 8;
+constexpr int32_t kTileGroups = 16;
+constexpr int32_t kTileShuffles = 10;
+
+// The three vectors of a group: its 8 luma, and U and V in turn of the 4 pairs' first and second
+// pixels.
+enum { kLuma, kFirstChroma, kSecondChroma, kVectors };
+
+// A group of one source row, interpolated across.
+struct GroupRow {
+  alignas(16) uint16_t lanes[kVectors][kGroupPixels];
+};
+
+// Fetches a group's left and right neighbours from its window of source pixels, or those of half a
+// group where 8 pixels reach too far.
+struct Shuffle {
+  __m128i left[kVectors];
+  __m128i right[kVectors];
+};
+
+struct Tile {
+  Shuffle shuffles[kTileShuffles];
+  uint32_t keys[kTileShuffles];  // what tells one shuffle from another
+  Yuv16Window windows[kTileGroups * 2];
+  alignas(16) uint16_t fractions[kTileGroups][kGroupPixels];
+  int32_t shuffleCount;
+  int32_t groups;
+  int32_t x, stepX;  // of the tile's first pixel
+};
+
+void WriteShuffle(Shuffle* shuffle, int32_t start, int32_t firstPixel, int32_t pixels, int32_t x,
+                  int32_t stepX) {
+  constexpr uint8_t kZero = 0x80;
+  uint8_t bytes[2][kVectors][16];
+  for (uint8_t* byte = bytes[0][0]; byte < bytes[0][0] + sizeof bytes; ++byte) *byte = kZero;
+  for (int32_t pixel = firstPixel; pixel < firstPixel + pixels; ++pixel) {
+    for (int32_t side = 0; side < 2; ++side) {
+      const int32_t column = (x >> 16) + side - 2 * start;
+      const int32_t chroma = (column & ~1) * 2;
+      uint8_t* lanes = bytes[side][pixel % 2 == 0 ? kFirstChroma : kSecondChroma] + pixel / 2 * 4;
+      bytes[side][kLuma][pixel * 2] = static_cast<uint8_t>(column * 2);
+      lanes[0] = static_cast<uint8_t>(chroma + 1);
+      lanes[2] = static_cast<uint8_t>(chroma + 3);
+    }
+    x = Advance(x, stepX);
+  }
+  KolmCopy(shuffle, bytes, sizeof bytes);
+}
+
+// Plans the window of `pixels` pixels from x on, number firstPixel of their group; false if the
+// tile has no room for another shuffle.
+bool PlanWindow(Tile* tile, Yuv16Window* window, int32_t firstPixel, int32_t pixels, int32_t x,
+                int32_t srcWidth) {
+  const int32_t start = Yuv16WindowStart(x >> 16, srcWidth);
+  uint32_t key = firstPixel == 0 ? 0 : 1;
+  for (int32_t pixel = 0; pixel < pixels; ++pixel) {
+    const int32_t column = (Advance(x, tile->stepX, pixel) >> 16) - 2 * start;
+    key = key * kYuv16WindowPixels + static_cast<uint32_t>(column);
+  }
+  int32_t shuffle = 0;
+  while (shuffle < tile->shuffleCount && tile->keys[shuffle] != key) ++shuffle;
+  if (shuffle == kTileShuffles) return false;
+  if (shuffle == tile->shuffleCount) {
+    WriteShuffle(&tile->shuffles[shuffle], start, firstPixel, pixels, x, tile->stepX);
+    tile->keys[shuffle] = key;
+    ++tile->shuffleCount;
+  }
+  *window = {static_cast<uint16_t>(start), static_cast<uint16_t>(shuffle)};
+  return true;
+}
+
+// Plans as many groups from x on as the tile holds, at most `most`. Without windows (0 to a group)
+// only positions are planned.
+void PlanTile(Tile* tile, int32_t x, int32_t stepX, int32_t most, int32_t windowsPerGroup,
+              int32_t srcWidth) {
+  tile->shuffleCount = 0;
+  tile->groups = 0;
+  tile->x = x;
+  tile->stepX = stepX;
+  for (; tile->groups < most && tile->groups < kTileGroups; ++tile->groups) {
+    for (int32_t window = 0; window < windowsPerGroup; ++window) {
+      const int32_t pixels = kGroupPixels / windowsPerGroup;
+      const int32_t first = window * pixels;
+      if (!PlanWindow(tile, &tile->windows[tile->groups * windowsPerGroup + window], first, pixels,
+                      Advance(x, stepX, first), srcWidth)) {
+        return;
+      }
+    }
+    for (uint16_t& fraction : tile->fractions[tile->groups]) {
+      fraction = static_cast<uint16_t>(x);
+      x = Advance(x, stepX);
+    }
+  }
+}
+
+using InterpolateAcross = void (*)(const Tile& tile, const uint8_t* row, GroupRow* groups);
+
+void InterpolateAcross_Plain(const Tile& tile, const uint8_t* row, GroupRow* groups) {
+  int32_t x = tile.x;
+  for (int32_t group = 0; group < tile.groups; ++group) {
+    for (int32_t pixel = 0; pixel < kGroupPixels; ++pixel) {
+      const Yuv16Sample sample =
+          InterpolateSample(SampleYuv16(row, x >> 16), SampleYuv16(row, NextSample(x)), x & 0xFFFF);
+      uint16_t* chroma =
+          groups[group].lanes[pixel % 2 == 0 ? kFirstChroma : kSecondChroma] + pixel / 2 * 2;
+      groups[group].lanes[kLuma][pixel] = static_cast<uint16_t>(sample.y);
+      chroma[0] = static_cast<uint16_t>(sample.u);
+      chroma[1] = static_cast<uint16_t>(sample.v);
+      x = Advance(x, tile.stepX);
+    }
+  }
+}
+
+template <int windowsPerGroup>
+__attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, const uint8_t* row,
+                                                              GroupRow* groups) {
+  const Yuv16Window* windows = tile.windows;
+  for (int32_t group = 0; group < tile.groups; ++group) {
+    const __m128i pixels = LoadWindow_SSE2(row, windows[0]);
+    const Shuffle& shuffle = tile.shuffles[windows[0].shuffle];
+    __m128i left[kVectors];
+    __m128i right[kVectors];
+    for (int32_t i = 0; i < kVectors; ++i) {
+      left[i] = _mm_shuffle_epi8(pixels, shuffle.left[i]);
+      right[i] = _mm_shuffle_epi8(pixels, shuffle.right[i]);
+    }
+    if constexpr (windowsPerGroup == 2) {
+      const __m128i pixels2 = LoadWindow_SSE2(row, windows[1]);
+      const Shuffle& shuffle2 = tile.shuffles[windows[1].shuffle];
+      for (int32_t i = 0; i < kVectors; ++i) {
+        left[i] = _mm_or_si128(left[i], _mm_shuffle_epi8(pixels2, shuffle2.left[i]));
+        right[i] = _mm_or_si128(right[i], _mm_shuffle_epi8(pixels2, shuffle2.right[i]));
+      }
+    }
+    const __m128i fraction =
+        _mm_load_si128(reinterpret_cast<const __m128i*>(tile.fractions[group]));
+    constexpr int kEven = _MM_SHUFFLE(2, 2, 0, 0);
+    constexpr int kOdd = _MM_SHUFFLE(3, 3, 1, 1);
+    const __m128i fractions[kVectors] = {
+        fraction,
+        _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kEven), kEven),
+        _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kOdd), kOdd),
+    };
+    for (int32_t i = 0; i < kVectors; ++i) {
+      _mm_store_si128(reinterpret_cast<__m128i*>(groups[group].lanes[i]),
+                      Interpolate_SSE2(left[i], right[i], fractions[i]));
+    }
+    windows += windowsPerGroup;
+  }
+}
+
+void InterpolateDown_SSE2(const GroupRow* top, const GroupRow* bottom, int32_t fractionY,
+                          uint8_t* dst, int32_t groups) {
+  const __m128i fraction = _mm_set1_epi16(static_cast<int16_t>(fractionY));
+  for (int32_t group = 0; group < groups; ++group) {
+    __m128i values[kVectors];
+    for (int32_t i = 0; i < kVectors; ++i) {
+      values[i] = Interpolate_SSE2(
+          _mm_load_si128(reinterpret_cast<const __m128i*>(top[group].lanes[i])),
+          _mm_load_si128(reinterpret_cast<const __m128i*>(bottom[group].lanes[i])), fraction);
+    }
+    const __m128i sum = _mm_add_epi16(values[kFirstChroma], values[kSecondChroma]);
+    const __m128i chroma = _mm_slli_epi16(_mm_srli_epi16(sum, 1), 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_or_si128(values[kLuma], chroma));
+    dst += sizeof chroma;
+  }
+}
+
+void InterpolateTile_SSE2(const Region& r, const Tile& tile, InterpolateAcross across,
+                          uint8_t* dst) {
+  GroupRow rows[2][kTileGroups];
+  int32_t held[2] = {-1, -1};  // which source rows; even ones stand first
+  int32_t y = r.y;
+  for (int32_t row = 0; row < r.rows; ++row) {
+    const int32_t top = y >> 16;
+    for (int32_t sourceRow = top; sourceRow <= top + 1; ++sourceRow) {
+      if (held[sourceRow & 1] == sourceRow) continue;
+      across(tile, r.src + sourceRow * r.srcStride, rows[sourceRow & 1]);
+      held[sourceRow & 1] = sourceRow;
+    }
+    InterpolateDown_SSE2(rows[top & 1], rows[(top + 1) & 1], y & 0xFFFF, dst, tile.groups);
+    dst += r.dstStride;
+    y = Advance(y, r.stepY);
+  }
+}
+
+// For at least 4 pairs.
+void InterpolateRegion_SSE2(const Region& r) {
+  // How far the right neighbours of 8 or of 4 pixels may lie behind the first pixel's pair.
+  const bool shuffles = AvailableInstructionSet() >= InstructionSet::SSSE3 && r.srcWidth % 2 == 0 &&
+                        r.srcWidth >= kYuv16WindowPixels && r.stepX > 0;
+  int32_t windowsPerGroup = 0;
+  InterpolateAcross across = InterpolateAcross_Plain;
+  if (shuffles && r.stepX * int64_t{7} <= 5 << 16) {
+    windowsPerGroup = 1;
+    across = InterpolateAcross_SSSE3<1>;
+  } else if (shuffles && r.stepX * int64_t{3} <= 5 << 16) {
+    windowsPerGroup = 2;
+    across = InterpolateAcross_SSSE3<2>;
+  }
+  Tile tile;
+  for (int32_t pair = 0; pair < r.pairs; pair += tile.groups * kGroupPairs) {
+    // A last tile of part of a group starts earlier and writes some pairs again.
+    if (pair > r.pairs - kGroupPairs) pair = r.pairs - kGroupPairs;
+    PlanTile(&tile, Advance(r.x, r.stepX, 2 * pair), r.stepX, (r.pairs - pair) / kGroupPairs,
+             windowsPerGroup, r.srcWidth);
+    InterpolateTile_SSE2(r, tile, across, r.dst + ptrdiff_t{pair} * 4);
+  }
+}
+
 }  // namespace
 
 void CropScaleYUV16Bilinear(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
@@ -91,30 +335,49 @@ void CropScaleYUV16Bilinear(const uint8_t* src, int32_t srcWidth, int32_t srcHei
   if (stepX == 0 || stepY == 0) return;
 
   // Columns and rows whose right and lower neighbours lie inside the source.
-  const int32_t innerCols = Smaller(
-      (Advance(FixedPoint(srcWidth - cropX), -0x10000) / stepX) & ~1, dstWidth);
+  const int32_t innerCols =
+      Smaller((Advance(FixedPoint(srcWidth - cropX), -0x10000) / stepX) & ~1, dstWidth);
   const int32_t innerRows =
       Smaller(Advance(FixedPoint(srcHeight - cropY), -0x10000) / stepY - 1, dstHeight);
   const int32_t pairs = (dstWidth - 1) / 2 + 1;
-  const int32_t interpolatedPairs = PairsBeforeEdge(innerCols);
-  const int32_t averagedPairs = PairsBeforeEdge(dstWidth);
+  const ptrdiff_t srcStride = ptrdiff_t{srcWidth} * 2;
+  const ptrdiff_t dstStride = ptrdiff_t{pairs} * 4;
   const int32_t x = FixedPoint(cropX);
-  const int32_t xEdge = Advance(x, stepX, 2 * interpolatedPairs);
-  const int32_t xLast = Advance(x, stepX, 2 * averagedPairs);
-
   int32_t y = FixedPoint(cropY);
+
+  const int32_t interpolatedPairs = PairsBeforeEdge(innerCols);
+  const Region region = {
+      .src = src,
+      .srcStride = srcStride,
+      .srcWidth = srcWidth,
+      .dst = dst,
+      .dstStride = dstStride,
+      .pairs = interpolatedPairs,
+      .rows = innerRows,
+      .x = x,
+      .stepX = stepX,
+      .y = y,
+      .stepY = stepY,
+  };
+  if (AvailableInstructionSet() == InstructionSet::Plain || interpolatedPairs < kGroupPairs) {
+    InterpolateRegion_Plain(region);
+  } else {
+    InterpolateRegion_SSE2(region);
+  }
+
+  const int32_t xEdge = Advance(x, stepX, 2 * interpolatedPairs);
+  const int32_t averagedPairs = PairsBeforeEdge(dstWidth);
+  const int32_t xLast = Advance(x, stepX, 2 * averagedPairs);
   for (int32_t row = 0; row < dstHeight; ++row) {
-    const uint8_t* top = src + ptrdiff_t{y >> 16} * srcWidth * 2;
+    const uint8_t* top = src + (y >> 16) * srcStride;
     if (row < innerRows) {
-      const uint8_t* bottom = src + ptrdiff_t{NextSample(y)} * srcWidth * 2;
-      InterpolatePairs_Plain(top, bottom, dst, interpolatedPairs, x, stepX, y & 0xFFFF);
-      AverageDownPairs(top, bottom, dst + 4 * ptrdiff_t{interpolatedPairs},
+      AverageDownPairs(top, src + NextSample(y) * srcStride, dst + ptrdiff_t{interpolatedPairs} * 4,
                        pairs - interpolatedPairs, xEdge, stepX);
     } else {
       AverageAcrossPairs(top, dst, averagedPairs, x, stepX);
-      NearestPairs(top, dst + 4 * ptrdiff_t{averagedPairs}, pairs - averagedPairs, xLast, stepX);
+      NearestPairs(top, dst + ptrdiff_t{averagedPairs} * 4, pairs - averagedPairs, xLast, stepX);
     }
-    dst += 4 * ptrdiff_t{pairs};
+    dst += dstStride;
     y = Advance(y, stepY);
   }
 }
