@@ -10,24 +10,15 @@ namespace kolm {
 
 // Row 3 declares a parameter whose range is 0 to 0; row 9 alone starts at 1.
 const EffectEntry EffectTable[] = {
-    {1, 1, 0, 10, 2, 0, ZoomIn},
-    {2, 1, 0, 10, 2, 0, ZoomOut},
-    {3, 1, 0, 0, 0, 0, Grayscale},
-    {4, 0, 0, 0, 0, 0, Sepia},
-    {5, 1, 0, 8, 2, 0, BoxBlur},
-    {6, 1, 0, 8, 3, 0, Pixelate},
-    {7, 0, 0, 0, 0, 0, EmbossGrey},
-    {8, 0, 0, 0, 0, 0, EmbossColour},
-    {9, 1, 1, 8, 3, 0, PictureGrid},
-    {10, 0, 0, 0, 0, 0, EdgeReliefGrey},
-    {11, 0, 0, 0, 0, 0, EdgeReliefColour},
-    {12, 0, 0, 0, 0, 0, Sketch},
-    {13, 0, 0, 0, 0, 0, Negative},
-    {14, 1, 0, 10, 4, 0, Posterize},
-    {15, 0, 0, 0, 0, 0, HorizontalBulge},
-    {16, 0, 0, 0, 0, 0, HorizontalPinch},
-    {17, 0, 0, 0, 0, 0, VerticalBulge},
-    {18, 0, 0, 0, 0, 0, VerticalPinch},
+    {1, 1, 0, 10, 2, 0, ZoomIn},           {2, 1, 0, 10, 2, 0, ZoomOut},
+    {3, 1, 0, 0, 0, 0, Grayscale},         {4, 0, 0, 0, 0, 0, Sepia},
+    {5, 1, 0, 8, 2, 0, BoxBlur},           {6, 1, 0, 8, 3, 0, Pixelate},
+    {7, 0, 0, 0, 0, 0, EmbossGrey},        {8, 0, 0, 0, 0, 0, EmbossColour},
+    {9, 1, 1, 8, 3, 0, PictureGrid},       {10, 0, 0, 0, 0, 0, EdgeReliefGrey},
+    {11, 0, 0, 0, 0, 0, EdgeReliefColour}, {12, 0, 0, 0, 0, 0, Sketch},
+    {13, 0, 0, 0, 0, 0, Negative},         {14, 1, 0, 10, 4, 0, Posterize},
+    {15, 0, 0, 0, 0, 0, HorizontalBulge},  {16, 0, 0, 0, 0, 0, HorizontalPinch},
+    {17, 0, 0, 0, 0, 0, VerticalBulge},    {18, 0, 0, 0, 0, 0, VerticalPinch},
 };
 
 const int32_t EffectTableCount = sizeof EffectTable / sizeof EffectTable[0];

@@ -18,12 +18,22 @@ inline void CopyFrame(const uint8_t* source, uint8_t* destination, uint32_t widt
   KolmCopy(destination, source, FrameBytes(width, height));
 }
 
-// Paints `pixels` pixels black: luma 0, chroma 128.
-inline void PaintBlack(uint8_t* destination, size_t pixels) {
-  for (size_t i = 0; i < pixels; ++i) {
-    destination[2 * i] = 0;
-    destination[2 * i + 1] = 128;
+// Fills `pixels` pixels with the pixel pair (y, u, y, v), beginning with u.
+inline void FillPixels(uint8_t* destination, size_t pixels, uint8_t y, uint8_t u, uint8_t v) {
+  const uint64_t pair = uint64_t{y} | uint64_t{u} << 8 | uint64_t{y} << 16 | uint64_t{v} << 24;
+  const uint64_t twoPairs = pair | pair << 32;
+  const size_t words = pixels / 4;
+  for (size_t i = 0; i < words; ++i) {
+    __builtin_memcpy(destination + i * sizeof twoPairs, &twoPairs, sizeof twoPairs);
   }
+  for (size_t i = words * 4; i < pixels; ++i) {
+    destination[2 * i] = y;
+    destination[2 * i + 1] = i % 2 == 0 ? u : v;
+  }
+}
+
+inline void PaintBlack(uint8_t* destination, size_t pixels) {
+  FillPixels(destination, pixels, 0, 128, 128);
 }
 
 }  // namespace kolm
