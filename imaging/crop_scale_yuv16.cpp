@@ -69,72 +69,81 @@ void SampleRows_Plain(const Sampling& s) {
 // columns.
 constexpr int32_t kGroupPairs = 4;
 constexpr int32_t kGroupBytes = 16;
-constexpr int32_t kTileWindows = 320;
-constexpr int32_t kTileShuffles = 24;
+constexpr int32_t kTileGroups = 128;
+constexpr int32_t kTileShuffles = 20;
 
 // A pair's bytes have two candidates, its first pixel's (a) and its second pixel's (b); their floor
 // mean is the result. For luma both are the same.
-// A lone window is shuffled twice, for the a and for the b of its 4 pairs. Otherwise a group's
-// windows are merged into two vectors, each with the a of 2 pairs in its low half and their b in
-// its high.
-template <int windowsPerGroup>
+// A lone window is shuffled twice, for the a and for the b of its 4 pairs. Otherwise each window is
+// shuffled once and they are merged into two vectors, each with the a of 2 pairs in its low half
+// and their b in its high half.
+template <int windows>
 struct Shuffle {
-  __m128i vectors[windowsPerGroup == 1 ? 2 : 1];
+  __m128i vectors[windows == 1 ? 2 : windows];
 };
 
-template <int windowsPerGroup>
+template <int windows>
+struct Group {
+  uint16_t shuffle;          // index
+  uint16_t starts[windows];  // in source pixel pairs
+};
+
+template <int windows>
 struct Tile {
-  Shuffle<windowsPerGroup> shuffles[kTileShuffles];
+  Shuffle<windows> shuffles[kTileShuffles];
   uint32_t keys[kTileShuffles];  // what tells one shuffle from another
-  Yuv16Window windows[kTileWindows];
-  int32_t shuffleCount = 0;
-  int32_t groups = 0;
+  Group<windows> groups[kTileGroups];
+  int32_t shuffleCount;
+  int32_t groupCount;
 };
 
-// Writes the shuffle that fetches the pairs at positions x, x + 2 * stepX, ... from a window, to be
-// merged into a group as its pairs from `firstPair` on.
-template <int windowsPerGroup>
-void WriteShuffle(Shuffle<windowsPerGroup>* shuffle, int32_t start, int32_t firstPair, int32_t x,
-                  int32_t stepX) {
+// columns: of the group's 8 pixels, counted from their windows' starts.
+template <int windows>
+void WriteShuffle(Shuffle<windows>* shuffle, const uint8_t columns[kGroupPairs * 2]) {
   constexpr uint8_t kZero = 0x80;
   uint8_t bytes[sizeof *shuffle];
   for (uint8_t& byte : bytes) byte = kZero;
-  for (int32_t i = 0; i < kGroupPairs / windowsPerGroup; ++i) {
-    uint8_t* a = bytes + (windowsPerGroup == 1 ? i : (firstPair + i) % 2) * 4;
-    uint8_t* b = a + (windowsPerGroup == 1 ? 16 : 8);
-    const int32_t columnA = (x >> 16) - 2 * start;
-    const int32_t columnB = (Advance(x, stepX) >> 16) - 2 * start;
-    a[0] = b[0] = static_cast<uint8_t>(2 * columnA);
-    a[2] = b[2] = static_cast<uint8_t>(2 * columnB);
-    a[1] = static_cast<uint8_t>(2 * (columnA & ~1) + 1);
-    a[3] = static_cast<uint8_t>(2 * (columnA & ~1) + 3);
-    b[1] = static_cast<uint8_t>(2 * (columnB & ~1) + 1);
-    b[3] = static_cast<uint8_t>(2 * (columnB & ~1) + 3);
-    x = Advance(x, stepX, 2);
+  for (int32_t pair = 0; pair < kGroupPairs; ++pair) {
+    uint8_t* a = windows == 1   ? bytes + pair * 4
+                 : windows == 2 ? bytes + pair / 2 * 16 + pair % 2 * 4
+                                : bytes + pair * 16 + pair % 2 * 4;
+    uint8_t* b = a + (windows == 1 ? 16 : 8);
+    const uint8_t lumaA = static_cast<uint8_t>(2 * columns[2 * pair]);
+    const uint8_t lumaB = static_cast<uint8_t>(2 * columns[2 * pair + 1]);
+    a[0] = b[0] = lumaA;
+    a[2] = b[2] = lumaB;
+    a[1] = static_cast<uint8_t>((lumaA & ~3) + 1);
+    a[3] = static_cast<uint8_t>((lumaA & ~3) + 3);
+    b[1] = static_cast<uint8_t>((lumaB & ~3) + 1);
+    b[3] = static_cast<uint8_t>((lumaB & ~3) + 3);
   }
   KolmCopy(shuffle, bytes, sizeof bytes);
 }
 
-// Plans the window for the pairs from x on; false if the tile has no room for another shuffle.
-template <int windowsPerGroup>
-bool PlanWindow(Tile<windowsPerGroup>* tile, Yuv16Window* window, int32_t firstPair, int32_t x,
-                int32_t stepX, int32_t srcWidth) {
-  const int32_t start = Yuv16WindowStart(x >> 16, srcWidth);
-  uint32_t key = windowsPerGroup == 4 ? firstPair % 2 : 0;
-  for (int32_t pixel = 0; pixel < 2 * kGroupPairs / windowsPerGroup; ++pixel) {
-    const int32_t column = (Advance(x, stepX, pixel) >> 16) - 2 * start;
-    key = key * kYuv16WindowPixels + static_cast<uint32_t>(column);
+// Plans the group from x on; false if the tile has no room for another shuffle.
+template <int windows>
+bool PlanGroup(Tile<windows>* tile, int32_t x, int32_t stepX, int32_t srcWidth) {
+  constexpr int32_t kWindowPixels = kGroupPairs * 2 / windows;
+  Group<windows>* group = &tile->groups[tile->groupCount];
+  uint8_t columns[kGroupPairs * 2];
+  uint32_t key = 0;
+  for (int32_t pixel = 0; pixel < kGroupPairs * 2; ++pixel) {
+    const int32_t column = x >> 16;
+    uint16_t* start = &group->starts[pixel / kWindowPixels];
+    if (pixel % kWindowPixels == 0) *start = Yuv16WindowStart(column, srcWidth);
+    columns[pixel] = static_cast<uint8_t>(column - 2 * *start);
+    key = key * kYuv16WindowPixels + columns[pixel];
+    x = Advance(x, stepX);
   }
   int32_t shuffle = 0;
   while (shuffle < tile->shuffleCount && tile->keys[shuffle] != key) ++shuffle;
   if (shuffle == kTileShuffles) return false;
   if (shuffle == tile->shuffleCount) {
-    WriteShuffle(&tile->shuffles[shuffle], start, firstPair, x, stepX);
+    WriteShuffle(&tile->shuffles[shuffle], columns);
     tile->keys[shuffle] = key;
     ++tile->shuffleCount;
   }
-  window->start = static_cast<uint16_t>(start);
-  window->shuffle = static_cast<uint16_t>(shuffle);
+  group->shuffle = static_cast<uint16_t>(shuffle);
   return true;
 }
 
@@ -146,19 +155,15 @@ int32_t GroupStart(int32_t firstPair, int32_t group, int32_t rowPairs) {
 }
 
 // Plans groups from firstPair on until the row ends, the tile is full or there are `most` of them.
-template <int windowsPerGroup>
-void PlanTile(Tile<windowsPerGroup>* tile, const Sampling& s, int32_t firstPair, int32_t srcWidth,
+template <int windows>
+void PlanTile(Tile<windows>* tile, const Sampling& s, int32_t firstPair, int32_t srcWidth,
               int32_t most) {
   tile->shuffleCount = 0;
-  tile->groups = 0;
-  while (tile->groups < most && firstPair + tile->groups * kGroupPairs < s.pairs) {
-    Yuv16Window* window = tile->windows + tile->groups * windowsPerGroup;
-    const int32_t groupStart = GroupStart(firstPair, tile->groups, s.pairs);
-    for (int32_t pair = 0; pair < kGroupPairs; pair += kGroupPairs / windowsPerGroup) {
-      const int32_t x = Advance(s.x, s.stepX, 2 * (groupStart + pair));
-      if (!PlanWindow(tile, window++, pair, x, s.stepX, srcWidth)) return;
-    }
-    ++tile->groups;
+  tile->groupCount = 0;
+  while (tile->groupCount < most && firstPair + tile->groupCount * kGroupPairs < s.pairs) {
+    const int32_t pair = GroupStart(firstPair, tile->groupCount, s.pairs);
+    if (!PlanGroup(tile, Advance(s.x, s.stepX, 2 * pair), s.stepX, srcWidth)) return;
+    ++tile->groupCount;
   }
 }
 
@@ -166,20 +171,20 @@ struct Candidates {
   __m128i a, b;
 };
 
-template <int windowsPerGroup>
-__attribute__((target("ssse3"))) inline Candidates Shuffle_SSSE3(
-    const Shuffle<windowsPerGroup>* shuffles, const Yuv16Window* windows, const uint8_t* row) {
-  if constexpr (windowsPerGroup == 1) {
-    const __m128i pixels = LoadWindow_SSE2(row, windows[0]);
-    const __m128i* vectors = shuffles[windows[0].shuffle].vectors;
-    return {_mm_shuffle_epi8(pixels, vectors[0]), _mm_shuffle_epi8(pixels, vectors[1])};
+template <int windows>
+__attribute__((target("ssse3"))) inline Candidates Shuffle_SSSE3(const Shuffle<windows>& shuffle,
+                                                                 const Group<windows>& group,
+                                                                 const uint8_t* row) {
+  if constexpr (windows == 1) {
+    const __m128i pixels = LoadWindow_SSE2(row, group.starts[0]);
+    return {_mm_shuffle_epi8(pixels, shuffle.vectors[0]),
+            _mm_shuffle_epi8(pixels, shuffle.vectors[1])};
   } else {
-    __m128i parts[windowsPerGroup];
-    for (int32_t i = 0; i < windowsPerGroup; ++i) {
-      parts[i] = _mm_shuffle_epi8(LoadWindow_SSE2(row, windows[i]),
-                                  shuffles[windows[i].shuffle].vectors[0]);
+    __m128i parts[windows];
+    for (int32_t i = 0; i < windows; ++i) {
+      parts[i] = _mm_shuffle_epi8(LoadWindow_SSE2(row, group.starts[i]), shuffle.vectors[i]);
     }
-    if constexpr (windowsPerGroup == 4) {
+    if constexpr (windows == 4) {
       parts[0] = _mm_or_si128(parts[0], parts[1]);
       parts[1] = _mm_or_si128(parts[2], parts[3]);
     }
@@ -195,32 +200,28 @@ __attribute__((target("ssse3"))) inline void StoreMean_SSSE3(const Candidates& c
 }
 
 // dst is where the tile's first group goes, `last` where its last one goes.
-template <int windowsPerGroup>
-__attribute__((target("ssse3"))) void SampleTile_SSSE3(const Tile<windowsPerGroup>& tile,
+template <int windows>
+__attribute__((target("ssse3"))) void SampleTile_SSSE3(const Tile<windows>& tile,
                                                        const uint8_t* row, uint8_t* dst,
                                                        uint8_t* last) {
-  const Yuv16Window* window = tile.windows;
-  for (int32_t group = 1; group <= tile.groups; ++group) {
-    StoreMean_SSSE3(Shuffle_SSSE3(tile.shuffles, window, row), group < tile.groups ? dst : last);
+  const Group<windows>* group = tile.groups;
+  for (const Group<windows>* end = group + tile.groupCount - 1; group < end; ++group) {
+    StoreMean_SSSE3(Shuffle_SSSE3(tile.shuffles[group->shuffle], *group, row), dst);
     dst += kGroupBytes;
-    window += windowsPerGroup;
   }
+  StoreMean_SSSE3(Shuffle_SSSE3(tile.shuffles[group->shuffle], *group, row), last);
 }
 
 // Groups that all look like the tile's first, `advance` source bytes apart.
-template <int windowsPerGroup>
-__attribute__((target("ssse3"))) void SampleSteady_SSSE3(const Tile<windowsPerGroup>& tile,
-                                                         int32_t groups, ptrdiff_t advance,
-                                                         const uint8_t* row, uint8_t* dst) {
+template <int windows>
+__attribute__((target("ssse3"))) void SampleSteady_SSSE3(const Tile<windows>& tile, int32_t groups,
+                                                         ptrdiff_t advance, const uint8_t* row,
+                                                         uint8_t* dst) {
   // Copies that no store to dst can change stay in registers.
-  Shuffle<windowsPerGroup> shuffles[windowsPerGroup];
-  Yuv16Window windows[windowsPerGroup];
-  for (int32_t i = 0; i < windowsPerGroup; ++i) {
-    shuffles[i] = tile.shuffles[tile.windows[i].shuffle];
-    windows[i] = {tile.windows[i].start, static_cast<uint16_t>(i)};
-  }
+  const Shuffle<windows> shuffle = tile.shuffles[0];
+  const Group<windows> first = tile.groups[0];
   for (int32_t group = 0; group < groups; ++group) {
-    StoreMean_SSSE3(Shuffle_SSSE3(shuffles, windows, row), dst);
+    StoreMean_SSSE3(Shuffle_SSSE3(shuffle, first, row), dst);
     row += advance;
     dst += kGroupBytes;
   }
@@ -229,12 +230,12 @@ __attribute__((target("ssse3"))) void SampleSteady_SSSE3(const Tile<windowsPerGr
 // Steps of whole quarters of a pixel (2, 1.5, 0.5 and the like) move each group by whole pixel
 // pairs against the one before: up to the right edge all are shuffled alike. Returns how many pairs
 // of each row are done.
-template <int windowsPerGroup>
-int32_t SampleSteadyRows_SSSE3(const Sampling& s, int32_t srcWidth, Tile<windowsPerGroup>* tile) {
+template <int windows>
+int32_t SampleSteadyRows_SSSE3(const Sampling& s, int32_t srcWidth, Tile<windows>* tile) {
   if (s.stepX % 0x4000 != 0) return 0;
   const int32_t pairsPerGroup = s.stepX / 0x4000;
   // The last window of a group is the first that would have to move back from the right edge.
-  const int32_t lastPair = kGroupPairs - kGroupPairs / windowsPerGroup;
+  const int32_t lastPair = kGroupPairs - kGroupPairs / windows;
   const int32_t lastWindow = (Advance(s.x, s.stepX, 2 * lastPair) >> 16) / 2;
   const int32_t room = (srcWidth - kYuv16WindowPixels) / 2 - lastWindow;
   if (room < 0) return 0;
@@ -249,13 +250,13 @@ int32_t SampleSteadyRows_SSSE3(const Sampling& s, int32_t srcWidth, Tile<windows
 }
 
 // For rows of at least 4 destination pairs and 8 source pixels, with all columns inside the source.
-template <int windowsPerGroup>
+template <int windows>
 void SampleRows_SSSE3(const Sampling& s, int32_t srcWidth) {
-  Tile<windowsPerGroup> tile;
+  Tile<windows> tile;
   int32_t first = SampleSteadyRows_SSSE3(s, srcWidth, &tile);
-  for (; first < s.pairs; first += tile.groups * kGroupPairs) {
-    PlanTile(&tile, s, first, srcWidth, kTileWindows / windowsPerGroup);
-    const int32_t lastGroup = GroupStart(first, tile.groups - 1, s.pairs);
+  for (; first < s.pairs; first += tile.groupCount * kGroupPairs) {
+    PlanTile(&tile, s, first, srcWidth, kTileGroups);
+    const int32_t lastGroup = GroupStart(first, tile.groupCount - 1, s.pairs);
     const ptrdiff_t lastByte = ptrdiff_t{lastGroup - first} * 4;
     const int32_t from = lastGroup < first ? lastGroup : first;
     const size_t bytes = static_cast<size_t>(lastGroup + kGroupPairs - from) * 4;

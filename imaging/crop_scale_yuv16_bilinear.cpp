@@ -128,19 +128,24 @@ struct GroupRow {
 };
 
 // Fetches a group's left and right neighbours from its window of source pixels, or those of half a
-// group where 8 pixels reach too far.
+// group where 8 pixels reach too far for one.
 struct Shuffle {
   __m128i left[kVectors];
   __m128i right[kVectors];
 };
 
+struct Group {
+  alignas(16) uint16_t fractions[kGroupPixels];
+  uint16_t starts[2];    // of the windows, in source pixel pairs
+  uint16_t shuffles[2];  // indices
+};
+
 struct Tile {
   Shuffle shuffles[kTileShuffles];
   uint32_t keys[kTileShuffles];  // what tells one shuffle from another
-  Yuv16Window windows[kTileGroups * 2];
-  alignas(16) uint16_t fractions[kTileGroups][kGroupPixels];
+  Group groups[kTileGroups];
   int32_t shuffleCount;
-  int32_t groups;
+  int32_t groupCount;
   int32_t x, stepX;  // of the tile's first pixel
 };
 
@@ -163,12 +168,13 @@ void WriteShuffle(Shuffle* shuffle, int32_t start, int32_t firstPixel, int32_t p
   KolmCopy(shuffle, bytes, sizeof bytes);
 }
 
-// Plans the window of `pixels` pixels from x on, number firstPixel of their group; false if the
+// Plans a group's window number `window` of `windows`, whose first pixel lies at x; false if the
 // tile has no room for another shuffle.
-bool PlanWindow(Tile* tile, Yuv16Window* window, int32_t firstPixel, int32_t pixels, int32_t x,
+bool PlanWindow(Tile* tile, Group* group, int32_t window, int32_t windows, int32_t x,
                 int32_t srcWidth) {
-  const int32_t start = Yuv16WindowStart(x >> 16, srcWidth);
-  uint32_t key = firstPixel == 0 ? 0 : 1;
+  const int32_t pixels = kGroupPixels / windows;
+  const uint16_t start = Yuv16WindowStart(x >> 16, srcWidth);
+  uint32_t key = static_cast<uint32_t>(window);
   for (int32_t pixel = 0; pixel < pixels; ++pixel) {
     const int32_t column = (Advance(x, tile->stepX, pixel) >> 16) - 2 * start;
     key = key * kYuv16WindowPixels + static_cast<uint32_t>(column);
@@ -177,49 +183,46 @@ bool PlanWindow(Tile* tile, Yuv16Window* window, int32_t firstPixel, int32_t pix
   while (shuffle < tile->shuffleCount && tile->keys[shuffle] != key) ++shuffle;
   if (shuffle == kTileShuffles) return false;
   if (shuffle == tile->shuffleCount) {
-    WriteShuffle(&tile->shuffles[shuffle], start, firstPixel, pixels, x, tile->stepX);
+    WriteShuffle(&tile->shuffles[shuffle], start, window * pixels, pixels, x, tile->stepX);
     tile->keys[shuffle] = key;
     ++tile->shuffleCount;
   }
-  *window = {static_cast<uint16_t>(start), static_cast<uint16_t>(shuffle)};
+  group->starts[window] = start;
+  group->shuffles[window] = static_cast<uint16_t>(shuffle);
   return true;
 }
 
-// Plans as many groups from x on as the tile holds, at most `most`. Without windows (0 to a group)
-// only positions are planned.
-void PlanTile(Tile* tile, int32_t x, int32_t stepX, int32_t most, int32_t windowsPerGroup,
+// Plans as many groups from x on as the tile holds, at most `most`, with 0 to 2 windows each.
+void PlanTile(Tile* tile, int32_t x, int32_t stepX, int32_t most, int32_t windows,
               int32_t srcWidth) {
   tile->shuffleCount = 0;
-  tile->groups = 0;
+  tile->groupCount = 0;
   tile->x = x;
   tile->stepX = stepX;
-  for (; tile->groups < most && tile->groups < kTileGroups; ++tile->groups) {
-    for (int32_t window = 0; window < windowsPerGroup; ++window) {
-      const int32_t pixels = kGroupPixels / windowsPerGroup;
-      const int32_t first = window * pixels;
-      if (!PlanWindow(tile, &tile->windows[tile->groups * windowsPerGroup + window], first, pixels,
-                      Advance(x, stepX, first), srcWidth)) {
-        return;
-      }
+  for (; tile->groupCount < most && tile->groupCount < kTileGroups; ++tile->groupCount) {
+    Group* group = &tile->groups[tile->groupCount];
+    for (int32_t window = 0; window < windows; ++window) {
+      const int32_t windowX = Advance(x, stepX, window * kGroupPixels / windows);
+      if (!PlanWindow(tile, group, window, windows, windowX, srcWidth)) return;
     }
-    for (uint16_t& fraction : tile->fractions[tile->groups]) {
+    for (uint16_t& fraction : group->fractions) {
       fraction = static_cast<uint16_t>(x);
       x = Advance(x, stepX);
     }
   }
 }
 
-using InterpolateAcross = void (*)(const Tile& tile, const uint8_t* row, GroupRow* groups);
+using InterpolateAcross = void (*)(const Tile& tile, const uint8_t* row, GroupRow* rows);
 
-void InterpolateAcross_Plain(const Tile& tile, const uint8_t* row, GroupRow* groups) {
+void InterpolateAcross_Plain(const Tile& tile, const uint8_t* row, GroupRow* rows) {
   int32_t x = tile.x;
-  for (int32_t group = 0; group < tile.groups; ++group) {
+  for (int32_t group = 0; group < tile.groupCount; ++group) {
     for (int32_t pixel = 0; pixel < kGroupPixels; ++pixel) {
       const Yuv16Sample sample =
           InterpolateSample(SampleYuv16(row, x >> 16), SampleYuv16(row, NextSample(x)), x & 0xFFFF);
       uint16_t* chroma =
-          groups[group].lanes[pixel % 2 == 0 ? kFirstChroma : kSecondChroma] + pixel / 2 * 2;
-      groups[group].lanes[kLuma][pixel] = static_cast<uint16_t>(sample.y);
+          rows[group].lanes[pixel % 2 == 0 ? kFirstChroma : kSecondChroma] + pixel / 2 * 2;
+      rows[group].lanes[kLuma][pixel] = static_cast<uint16_t>(sample.y);
       chroma[0] = static_cast<uint16_t>(sample.u);
       chroma[1] = static_cast<uint16_t>(sample.v);
       x = Advance(x, tile.stepX);
@@ -227,29 +230,28 @@ void InterpolateAcross_Plain(const Tile& tile, const uint8_t* row, GroupRow* gro
   }
 }
 
-template <int windowsPerGroup>
+template <int windows>
 __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, const uint8_t* row,
-                                                              GroupRow* groups) {
-  const Yuv16Window* windows = tile.windows;
-  for (int32_t group = 0; group < tile.groups; ++group) {
-    const __m128i pixels = LoadWindow_SSE2(row, windows[0]);
-    const Shuffle& shuffle = tile.shuffles[windows[0].shuffle];
+                                                              GroupRow* rows) {
+  for (int32_t group = 0; group < tile.groupCount; ++group) {
+    const Group& plan = tile.groups[group];
+    const __m128i pixels = LoadWindow_SSE2(row, plan.starts[0]);
+    const Shuffle& shuffle = tile.shuffles[plan.shuffles[0]];
     __m128i left[kVectors];
     __m128i right[kVectors];
     for (int32_t i = 0; i < kVectors; ++i) {
       left[i] = _mm_shuffle_epi8(pixels, shuffle.left[i]);
       right[i] = _mm_shuffle_epi8(pixels, shuffle.right[i]);
     }
-    if constexpr (windowsPerGroup == 2) {
-      const __m128i pixels2 = LoadWindow_SSE2(row, windows[1]);
-      const Shuffle& shuffle2 = tile.shuffles[windows[1].shuffle];
+    if constexpr (windows == 2) {
+      const __m128i pixels2 = LoadWindow_SSE2(row, plan.starts[1]);
+      const Shuffle& shuffle2 = tile.shuffles[plan.shuffles[1]];
       for (int32_t i = 0; i < kVectors; ++i) {
         left[i] = _mm_or_si128(left[i], _mm_shuffle_epi8(pixels2, shuffle2.left[i]));
         right[i] = _mm_or_si128(right[i], _mm_shuffle_epi8(pixels2, shuffle2.right[i]));
       }
     }
-    const __m128i fraction =
-        _mm_load_si128(reinterpret_cast<const __m128i*>(tile.fractions[group]));
+    const __m128i fraction = _mm_load_si128(reinterpret_cast<const __m128i*>(plan.fractions));
     constexpr int kEven = _MM_SHUFFLE(2, 2, 0, 0);
     constexpr int kOdd = _MM_SHUFFLE(3, 3, 1, 1);
     const __m128i fractions[kVectors] = {
@@ -258,10 +260,9 @@ __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, 
         _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kOdd), kOdd),
     };
     for (int32_t i = 0; i < kVectors; ++i) {
-      _mm_store_si128(reinterpret_cast<__m128i*>(groups[group].lanes[i]),
+      _mm_store_si128(reinterpret_cast<__m128i*>(rows[group].lanes[i]),
                       Interpolate_SSE2(left[i], right[i], fractions[i]));
     }
-    windows += windowsPerGroup;
   }
 }
 
@@ -294,7 +295,7 @@ void InterpolateTile_SSE2(const Region& r, const Tile& tile, InterpolateAcross a
       across(tile, r.src + sourceRow * r.srcStride, rows[sourceRow & 1]);
       held[sourceRow & 1] = sourceRow;
     }
-    InterpolateDown_SSE2(rows[top & 1], rows[(top + 1) & 1], y & 0xFFFF, dst, tile.groups);
+    InterpolateDown_SSE2(rows[top & 1], rows[(top + 1) & 1], y & 0xFFFF, dst, tile.groupCount);
     dst += r.dstStride;
     y = Advance(y, r.stepY);
   }
@@ -305,21 +306,21 @@ void InterpolateRegion_SSE2(const Region& r) {
   // How far the right neighbours of 8 or of 4 pixels may lie behind the first pixel's pair.
   const bool shuffles = AvailableInstructionSet() >= InstructionSet::SSSE3 && r.srcWidth % 2 == 0 &&
                         r.srcWidth >= kYuv16WindowPixels && r.stepX > 0;
-  int32_t windowsPerGroup = 0;
+  int32_t windows = 0;
   InterpolateAcross across = InterpolateAcross_Plain;
   if (shuffles && r.stepX * int64_t{7} <= 5 << 16) {
-    windowsPerGroup = 1;
+    windows = 1;
     across = InterpolateAcross_SSSE3<1>;
   } else if (shuffles && r.stepX * int64_t{3} <= 5 << 16) {
-    windowsPerGroup = 2;
+    windows = 2;
     across = InterpolateAcross_SSSE3<2>;
   }
   Tile tile;
-  for (int32_t pair = 0; pair < r.pairs; pair += tile.groups * kGroupPairs) {
+  for (int32_t pair = 0; pair < r.pairs; pair += tile.groupCount * kGroupPairs) {
     // A last tile of part of a group starts earlier and writes some pairs again.
     if (pair > r.pairs - kGroupPairs) pair = r.pairs - kGroupPairs;
     PlanTile(&tile, Advance(r.x, r.stepX, 2 * pair), r.stepX, (r.pairs - pair) / kGroupPairs,
-             windowsPerGroup, r.srcWidth);
+             windows, r.srcWidth);
     InterpolateTile_SSE2(r, tile, across, r.dst + ptrdiff_t{pair} * 4);
   }
 }
