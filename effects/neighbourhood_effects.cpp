@@ -221,30 +221,68 @@ void SketchRow(const uint8_t* row, size_t stride, uint8_t* destination, size_t w
   SketchVector_SSE2(row, stride, destination, end - kVectorPixels);
 }
 
+// The first line of a row of blocks of 4 * quads pixels; the last block also fills what is left of
+// the line.
+void PixelateLine_Plain(const uint8_t* row, uint8_t* line, size_t width, size_t quads) {
+  const size_t block = quads * 4;
+  const size_t blocks = width / block;
+  for (size_t i = 0; i < blocks; ++i) {
+    const uint8_t* pair = row + i * block * 2;
+    const size_t pixels = i + 1 < blocks ? block : width - i * block;
+    FillPixels(line + i * block * 2, pixels, pair[0], pair[1], pair[3]);
+  }
+}
+
+// The pairs with their first luma twice.
+__m128i RepeatLuma_SSE2(__m128i pairs) {
+  const __m128i secondLuma = _mm_set1_epi32(0xFF << 16);
+  const __m128i moved = _mm_and_si128(_mm_slli_epi32(pairs, 16), secondLuma);
+  return _mm_or_si128(_mm_andnot_si128(secondLuma, pairs), moved);
+}
+
+void PixelateLine_SSE2(const uint8_t* row, uint8_t* line, size_t width, size_t quads) {
+  constexpr size_t kQuadBytes = 8;
+  const size_t blockBytes = quads * kQuadBytes;
+  const size_t blocks = width / (quads * 4);
+  size_t i = 0;
+  if (quads == 1) {
+    // Two blocks are one vector.
+    for (; i + 2 < blocks; i += 2) {
+      const __m128i pairs = Load(row + i * kQuadBytes);
+      const __m128i firstPairs = _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 2, 0, 0));
+      Store(line + i * kQuadBytes, RepeatLuma_SSE2(firstPairs));
+    }
+  }
+  for (; i + 1 < blocks; ++i) {
+    int32_t pair;
+    __builtin_memcpy(&pair, row + i * blockBytes, sizeof pair);
+    const __m128i pairs = RepeatLuma_SSE2(_mm_set1_epi32(pair));
+    // The last vector may reach into the next block, which is written next.
+    for (size_t byte = 0; byte < blockBytes; byte += sizeof pairs) {
+      Store(line + i * blockBytes + byte, pairs);
+    }
+  }
+  PixelateLine_Plain(row + i * blockBytes, line + i * blockBytes, width - i * quads * 4, quads);
+}
+
 }  // namespace
 
 void Pixelate(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height,
               uint32_t parameter) {
-  const uint64_t block = uint64_t{parameter} * 4;
+  const size_t block = size_t{parameter} * 4;
   if (block == 0 || block > width || block > height) {
     CopyFrame(source, destination, width, height);
     return;
   }
-  // The last block of a row and the last row of blocks take what the division leaves over.
+  const auto pixelateLine = UseVectors() ? PixelateLine_SSE2 : PixelateLine_Plain;
   const size_t rowBytes = RowBytes(width);
-  const uint64_t across = width / block;
-  const uint64_t down = height / block;
-  for (uint64_t by = 0; by < down; ++by) {
-    const uint8_t* row = source + by * block * rowBytes;
-    uint8_t* line = destination + by * block * rowBytes;
-    for (uint64_t bx = 0; bx < across; ++bx) {
-      const uint64_t x = bx * block;
-      const uint8_t* pair = row + 2 * x;
-      const uint64_t pixels = bx + 1 == across ? width - x : block;
-      FillPixels(line + 2 * x, pixels, pair[0], pair[1], pair[3]);
-    }
-    const uint64_t lines = by + 1 == down ? height - by * block : block;
-    for (uint64_t i = 1; i < lines; ++i) KolmCopy(line + i * rowBytes, line, rowBytes);
+  const size_t down = height / block;
+  for (size_t i = 0; i < down; ++i) {
+    const size_t y = i * block;
+    uint8_t* line = destination + y * rowBytes;
+    pixelateLine(source + y * rowBytes, line, width, parameter);
+    const size_t lines = i + 1 < down ? block : height - y;
+    for (size_t copy = 1; copy < lines; ++copy) KolmCopy(line + copy * rowBytes, line, rowBytes);
   }
 }
 
