@@ -293,7 +293,7 @@ void CropScaleYUV16ToRows(const uint8_t* src, int32_t srcWidth, int32_t /*srcHei
   if (s.stepX == 1 << 16 && cropX % 2 == 0 && dstWidth % 2 == 0) {
     // Each pair keeps its own chroma: whole rows are copied.
     const size_t bytes = size_t{4} * static_cast<size_t>(s.pairs);
-    ForEachRow(s, 0, bytes, [&s, cropX, bytes](const uint8_t* row, uint8_t* dst) {
+    ForEachRow(s, 0, bytes, [cropX, bytes](const uint8_t* row, uint8_t* dst) {
       KolmCopy(dst, row + ptrdiff_t{cropX} * 2, bytes);
     });
   } else if (AvailableInstructionSet() < InstructionSet::SSSE3 || !inside || !whole ||
