@@ -153,7 +153,11 @@ void WriteShuffle(Shuffle* shuffle, int32_t start, int32_t firstPixel, int32_t p
                   int32_t stepX) {
   constexpr uint8_t kZero = 0x80;
   uint8_t bytes[2][kVectors][16];
-  for (uint8_t* byte = bytes[0][0]; byte < bytes[0][0] + sizeof bytes; ++byte) *byte = kZero;
+  for (auto& side : bytes) {
+    for (auto& vector : side) {
+      for (uint8_t& byte : vector) byte = kZero;
+    }
+  }
   for (int32_t pixel = firstPixel; pixel < firstPixel + pixels; ++pixel) {
     for (int32_t side = 0; side < 2; ++side) {
       const int32_t column = (x >> 16) + side - 2 * start;
