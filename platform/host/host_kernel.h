@@ -2,10 +2,12 @@
 // guarded and counted, where debugger lines go, which level a thread runs at, what a broken promise
 // does. Nothing here exists in Kolm.sys.
 //
-// A broken promise of the module (a leak is not one of them: ask CheckNoPoolBlocks) ends the process
-// with a message on standard error, so that tests use death tests for it: a write outside a pool
-// block, a double free, the free of something that is no block, a changed freed block, an
-// allocation of no bytes, without a tag or above level DISPATCH, a call above its level.
+// A broken promise of the module (a leak is not one of them: ask DescribePoolBlocks) ends the
+// process with a message and the call stack on standard error, so that tests use death tests for
+// it: a write outside a pool block, a double free, the free of something that is no block, a
+// changed freed block, an allocation of no bytes, without a tag or of another pool type, a call
+// above its level, a debugger line with an unknown conversion. What the processor or a sanitizer
+// notices by itself ends the process in its own way.
 #pragma once
 
 #include <cstddef>
@@ -19,13 +21,18 @@ namespace kolm::host {
 // ---- Pool ----
 
 enum class PoolGuard {
-  None,    // plain blocks, filled and tag-checked: for benchmarks and tools; the default
+  None,    // plain blocks between two narrow checked strips: for benchmarks and tools; the default
   Behind,  // an unreadable page begins right behind each block
   Before,  // an unreadable page ends right before each block
 };
 
-// Applies to blocks allocated from now on. In the two guarded modes freed blocks are filled with
-// 0xDD and kept unreadable or watched for a while (quarantine). Fresh blocks hold 0xCC.
+// Applies, in all threads, to blocks allocated from now on. Fresh blocks hold 0xCC. The few bytes
+// next to a block that are readable are checked when it is freed. Blocks are 16-byte aligned, but
+// for Behind, where only a block of a multiple of 16 bytes is. Blocks above 1 GiB are not to be
+// had.
+//
+// Freed blocks stay in quarantine for a while: guarded ones unreadable, others of up to 4096 bytes
+// filled with 0xDD and checked for changes when they leave it.
 void SetPoolGuard(PoolGuard guard);
 
 struct PoolBlock {
@@ -39,33 +46,37 @@ struct PoolBlock {
 std::vector<PoolBlock> PoolBlocks();
 std::vector<PoolBlock> PoolBlocks(uint32_t tag);
 
-// Allocations, and the bytes they asked for, since the process began.
+// Blocks allocated since the process began, freed ones included.
 uint64_t PoolAllocations();
 
 // An empty string, or a description of each block that is still allocated, for a test to show.
+// Checks the blocks in quarantine on the way.
 std::string DescribePoolBlocks();
 
-// Lets allocations fail. `decide` is asked at each allocation with the call stack's hash; true lets
-// it fail. Null stops it.
+// Lets allocations fail. `decide` is asked at each allocation, one at a time, with the call stack's
+// hash; true lets it fail. Null stops it.
 void SetPoolFailure(std::function<bool(uint64_t callStack)> decide);
 
 // Lets each distinct allocating call stack fail once while `run` is repeated until none is left
-// that has not failed. Returns how many failed.
+// that has not failed; one failure a run. Returns how many failed. Allocations succeed afterwards.
 size_t FailEachAllocationOnce(const std::function<void()>& run);
 
-// Lets about one allocation in `oneIn` fail, chosen by `seed`.
+// Lets about one allocation in `oneIn` fail, chosen by `seed`: the same ones again for the same
+// seed. 0 lets none fail.
 void FailAllocationsBySeed(uint64_t seed, uint32_t oneIn);
 
 // ---- Debugger lines ----
 
-// Receives each DbgPrint text from now on, on the thread that prints it; null restores standard
-// error.
+// Receives each DbgPrint text from now on, on the thread that prints it, one at a time; null
+// restores standard error. A text is at most 511 bytes long, the rest is lost. 16-bit characters
+// above 0x7F show as '?', a null string as (null).
 void SetDebugSink(std::function<void(const std::string& text)> sink);
 
 // ---- Calling level (IRQL), kept per thread ----
 
 enum : uint8_t { kPassiveLevel = 0, kApcLevel = 1, kDispatchLevel = 2 };
 
+// Threads begin at PASSIVE.
 void SetCallingLevel(uint8_t level);
 uint8_t CallingLevel();
 
@@ -76,13 +87,16 @@ struct BugCheck {
   uintptr_t parameters[4];
 };
 
-// Runs `run`; returns true and fills *check if it ended in KeBugCheckEx. Without such an expectation
-// a bug check prints itself and aborts. What `run` had on its stack is not destroyed.
+// Runs `run`; returns true and fills *check if it ended in KeBugCheckEx on this thread. Without
+// such an expectation a bug check prints itself and aborts. What `run` had on its stack is not
+// destroyed.
 bool ExpectBugCheck(const std::function<void()>& run, BugCheck* check);
 
 // ---- Stack depth ----
 
-// The deepest use of the stack, in bytes, of the call of `run` on a thread of its own.
+// The deepest use of the stack, in bytes, of the call of `run` on a thread of its own with 1 MiB of
+// stack, at the caller's level. Kernel calls count with little more than their entry. The figure is
+// too large by up to about 200 bytes, and means nothing in sanitized builds.
 size_t StackDepth(const std::function<void()>& run);
 
 }  // namespace kolm::host

@@ -2,6 +2,7 @@
 #include "platform/host/instruction_set.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,7 +15,9 @@ InstructionSet FromEnvironment() {
   if (name == nullptr) return best;
   if (std::strcmp(name, "plain") == 0) return InstructionSet::Plain;
   if (std::strcmp(name, "sse2") == 0) return InstructionSet::SSE2;
-  return best;
+  if (std::strcmp(name, "ssse3") == 0) return best;
+  std::fprintf(stderr, "KOLM_INSTRUCTION_SET is '%s'; it must be plain, sse2 or ssse3\n", name);
+  std::exit(2);
 }
 
 std::atomic<InstructionSet>& Current() {
