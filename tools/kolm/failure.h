@@ -1,0 +1,29 @@
+// How the tool ends when it cannot do what it was asked to.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace kolm {
+
+// The tool's exit codes; the text of --help lists them too.
+enum class ExitCode {
+  Success = 0,
+  Unexpected = 1,   // anything without a code of its own
+  CommandLine = 2,  // options or arguments that are not understood
+  UnreadablePicture = 3,
+  PictureSize = 4,  // a picture that is too small or too large
+  UnknownEffect = 5,
+  ParameterRange = 6,
+  OutputExists = 7,
+  UnwritableOutput = 8,
+};
+
+// Ends the tool with this exit code; the text says what is wrong and what was expected.
+struct Failure : std::runtime_error {
+  Failure(ExitCode failureCode, const std::string& text)
+      : std::runtime_error(text), code(failureCode) {}
+  ExitCode code;
+};
+
+}  // namespace kolm

@@ -1,0 +1,213 @@
+// Reads and writes picture files.
+#include "tools/kolm/picture_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tools/kolm/failure.h"
+
+namespace kolm {
+namespace {
+
+constexpr int kLargestSide = 32767;           // what the module's scaler holds
+constexpr int64_t kMostPixels = 100'000'000;  // 300 MB of colour values
+constexpr size_t kLargestFile = size_t{512} << 20;
+
+std::string Quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+
+std::string SizeText(int width, int height) {
+  return std::to_string(width) + " x " + std::to_string(height) + " pixels";
+}
+
+std::vector<uchar> ReadFile(const std::filesystem::path& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) {
+    throw Failure(ExitCode::UnreadablePicture,
+                  "cannot read " + Quoted(path) + ": it is a directory; expected a picture file");
+  }
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    throw Failure(
+        ExitCode::UnreadablePicture,
+        "cannot read " + Quoted(path) + ": " + std::strerror(errno) + "; expected a picture file");
+  }
+  std::vector<uchar> bytes;
+  char block[1 << 16];
+  while (file.read(block, sizeof block), file.gcount() > 0) {
+    bytes.insert(bytes.end(), block, block + file.gcount());
+    if (bytes.size() > kLargestFile) {
+      throw Failure(ExitCode::PictureSize, Quoted(path) + " is larger than " +
+                                               std::to_string(kLargestFile >> 20) +
+                                               " MB, the largest picture file that is read");
+    }
+  }
+  if (bytes.empty()) {
+    throw Failure(ExitCode::UnreadablePicture,
+                  Quoted(path) + " is empty; expected a picture file (PNG, JPEG, ...)");
+  }
+  return bytes;
+}
+
+// False for a JPEG file that lacks its end marker, the only sign that OpenCV's decoder has made up
+// the rest of the picture.
+bool HasEnd(const std::vector<uchar>& bytes) {
+  const auto marker = [&](size_t at) { return bytes[at] << 8 | bytes[at + 1]; };
+  if (bytes.size() < 4 || marker(0) != 0xFFD8) return true;
+  // The headers up to the first scan may hold a whole small picture with an end of its own.
+  size_t at = 2;
+  while (at + 4 <= bytes.size() && marker(at) != 0xFFDA) {
+    const bool isFill = marker(at) == 0xFFFF;
+    at += isFill ? 1 : 2 + static_cast<size_t>(marker(at + 2));
+  }
+  for (; at + 2 <= bytes.size(); ++at) {
+    if (marker(at) == 0xFFD9) return true;
+  }
+  return false;
+}
+
+[[noreturn]] void FailForSize(const std::filesystem::path& path, const std::string& size) {
+  throw Failure(ExitCode::PictureSize,
+                Quoted(path) + " is too large: " + size + "; expected at most " +
+                    std::to_string(kLargestSide) + " pixels a side and " +
+                    std::to_string(kMostPixels / 1'000'000) + " million altogether");
+}
+
+cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem::path& path) {
+  try {
+    return cv::imdecode(bytes, flags);
+  } catch (const cv::Exception& error) {
+    // OpenCV refuses sizes of its own accord and names the limit that was broken.
+    if (error.code == cv::Error::StsNoMem ||
+        error.err.find("CV_IO_MAX_IMAGE") != std::string::npos) {
+      FailForSize(path, "it does not fit into memory");
+    }
+    return {};
+  }
+}
+
+// Lays a BGRA picture on white.
+cv::Mat OnWhite(const cv::Mat& picture) {
+  cv::Mat colour, alpha, result;
+  cv::cvtColor(picture, colour, cv::COLOR_BGRA2BGR);
+  cv::extractChannel(picture, alpha, 3);
+  cv::cvtColor(alpha, alpha, cv::COLOR_GRAY2BGR);
+  const double opaque = picture.depth() == CV_16U ? 65535 : 255;
+  cv::Mat shown, white;
+  cv::multiply(colour, alpha, shown, 1 / opaque);
+  cv::subtract(cv::Scalar::all(opaque), alpha, white);
+  cv::add(shown, white, result);
+  result.convertTo(result, CV_8U, 255 / opaque);
+  return result;
+}
+
+[[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::string& reason) {
+  throw Failure(ExitCode::UnwritableOutput,
+                "cannot write " + Quoted(path) + ": " + reason +
+                    "; expected the name of a picture file in a directory that can be written to");
+}
+
+[[noreturn]] void FailForExisting(const std::filesystem::path& path) {
+  throw Failure(ExitCode::OutputExists,
+                Quoted(path) + " exists already; give -y to overwrite it, or another name");
+}
+
+void WriteAll(int file, const std::vector<uchar>& bytes) {
+  for (size_t written = 0; written < bytes.size();) {
+    const ssize_t count = write(file, bytes.data() + written, bytes.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw std::system_error(errno, std::generic_category());
+    written += static_cast<size_t>(count);
+  }
+}
+
+}  // namespace
+
+cv::Mat ReadPicture(const std::filesystem::path& path) {
+  const std::vector<uchar> bytes = ReadFile(path);
+  cv::Mat picture = Decode(bytes, cv::IMREAD_COLOR, path);
+  if (picture.empty() || !HasEnd(bytes)) {
+    throw Failure(ExitCode::UnreadablePicture,
+                  Quoted(path) + " is not a whole picture of a known format; expected a PNG, " +
+                      "JPEG, BMP, TIFF, WebP or PNM file");
+  }
+  if (picture.cols > kLargestSide || picture.rows > kLargestSide ||
+      int64_t{picture.cols} * picture.rows > kMostPixels) {
+    FailForSize(path, SizeText(picture.cols, picture.rows));
+  }
+  // IMREAD_COLOR turns a camera's pictures upright but drops the alpha plane.
+  const cv::Mat unchanged = Decode(bytes, cv::IMREAD_UNCHANGED, path);
+  if (unchanged.channels() == 4 && unchanged.depth() <= CV_16U) picture = OnWhite(unchanged);
+  if (picture.cols < 2) {
+    throw Failure(ExitCode::PictureSize,
+                  Quoted(path) + " is too small: " + SizeText(picture.cols, picture.rows) +
+                      "; expected a width of at least 2 pixels");
+  }
+  if (picture.cols % 2 != 0) {
+    std::cerr << "kolm: " << Quoted(path) << " is " << picture.cols
+              << " pixels wide; its last column is left out, as widths are even\n";
+    picture = picture.colRange(0, picture.cols - 1).clone();
+  }
+  return picture;
+}
+
+void CheckOutput(const std::filesystem::path& path, bool overwrite) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (std::filesystem::is_directory(status)) FailToWrite(path, "it is a directory");
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    FailToWrite(path, "it is not a regular file");
+  }
+  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+  if (access(folder.c_str(), W_OK | X_OK) != 0) FailToWrite(path, std::strerror(errno));
+  if (!path.has_extension() || !cv::haveImageWriter(path.filename().string())) {
+    FailToWrite(path, "no picture format has the extension '" + path.extension().string() + "'");
+  }
+  if (std::filesystem::exists(std::filesystem::symlink_status(path, error)) && !overwrite) {
+    FailForExisting(path);
+  }
+}
+
+void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, bool overwrite) {
+  CheckOutput(path, overwrite);
+  std::vector<uchar> bytes;
+  bool encoded = false;
+  try {
+    encoded = cv::imencode(path.extension().string(), picture, bytes);
+  } catch (const cv::Exception&) {
+  }
+  if (!encoded) {
+    FailToWrite(path,
+                "the format does not take a picture of " + SizeText(picture.cols, picture.rows));
+  }
+  std::filesystem::path beside = path;
+  beside.replace_filename("." + path.filename().string() + "." + std::to_string(getpid()));
+  const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (file < 0) FailToWrite(path, std::strerror(errno));
+  try {
+    WriteAll(file, bytes);
+    if (close(file) != 0) throw std::system_error(errno, std::generic_category());
+  } catch (const std::system_error& error) {
+    unlink(beside.c_str());
+    FailToWrite(path, error.code().message());
+  }
+  if (renameat2(AT_FDCWD, beside.c_str(), AT_FDCWD, path.c_str(),
+                overwrite ? 0 : RENAME_NOREPLACE) != 0) {
+    const int reason = errno;
+    unlink(beside.c_str());
+    if (reason == EEXIST) FailForExisting(path);
+    FailToWrite(path, std::strerror(reason));
+  }
+}
+
+}  // namespace kolm

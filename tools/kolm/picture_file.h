@@ -1,0 +1,20 @@
+// Picture files: reading any format that OpenCV knows, writing without ever leaving half a file.
+#pragma once
+
+#include <filesystem>
+#include <opencv2/core.hpp>
+
+namespace kolm {
+
+// 8-bit BGR of even width: a last odd column is cut off, which a line on standard error tells.
+// Transparent parts are laid on white. Throws Failure.
+cv::Mat ReadPicture(const std::filesystem::path& path);
+
+// Throws Failure if WritePicture would refuse this path, so that no work is done in vain.
+void CheckOutput(const std::filesystem::path& path, bool overwrite);
+
+// Writes beside the path and renames, so that there is the old file, or none, or the whole new one.
+// The format is that of the name's extension. Throws Failure.
+void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, bool overwrite);
+
+}  // namespace kolm
