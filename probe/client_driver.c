@@ -1,0 +1,181 @@
+/* KolmProbe.sys: a driver that imports from Kolm.sys, with a control device through which the
+ * console program has it call the exports. */
+#include <ntddk.h>
+#include <ntimage.h>
+
+#include "probe/client.h"
+
+#define POOL_TAG 0x72506D4B /* reads KmPr */
+
+/* Keeps a frame's size in 32 bits. */
+#define LARGEST_FRAME (64u << 20)
+
+/* The kernel exports both; the headers lack them. */
+NTSYSAPI PVOID NTAPI RtlPcToFileHeader(PVOID address, PVOID* image);
+NTSYSAPI PVOID NTAPI RtlImageDirectoryEntryToData(PVOID image, BOOLEAN mapped, USHORT entry,
+                                                  PULONG size);
+
+typedef NTSTATUS NTAPI DllInitializeRoutine(PUNICODE_STRING serviceKey);
+typedef NTSTATUS NTAPI DllUnloadRoutine(void);
+
+static UNICODE_STRING deviceName = RTL_CONSTANT_STRING(L"\\Device\\KolmProbe");
+static UNICODE_STRING linkName = RTL_CONSTANT_STRING(L"\\DosDevices\\KolmProbe");
+
+static PVOID ImageOf(void* routine) {
+  PVOID image = NULL;
+  RtlPcToFileHeader(routine, &image);
+  return image;
+}
+
+static PIMAGE_EXPORT_DIRECTORY ExportsOf(PVOID image) {
+  ULONG size = 0;
+  return RtlImageDirectoryEntryToData(image, TRUE, IMAGE_DIRECTORY_ENTRY_EXPORT, &size);
+}
+
+/* Looks a name up in Kolm.sys, for the two exports that its import library keeps back. */
+static void* FindExport(const char* name) {
+  UCHAR* image = ImageOf((void*)Kolm_VE_InitVideoEffect);
+  PIMAGE_EXPORT_DIRECTORY exports = ExportsOf(image);
+  const ULONG* names = (const ULONG*)(image + exports->AddressOfNames);
+  const USHORT* ordinals = (const USHORT*)(image + exports->AddressOfNameOrdinals);
+  const ULONG* functions = (const ULONG*)(image + exports->AddressOfFunctions);
+  ULONG i;
+
+  for (i = 0; i < exports->NumberOfNames; ++i) {
+    if (strcmp((const char*)image + names[i], name) == 0) return image + functions[ordinals[i]];
+  }
+  return NULL;
+}
+
+/* Reports the image that the imports lead to, how many of them lead there, its number of exports.
+ */
+static NTSTATUS CheckLoad(ClientReply* reply) {
+  void* const imports[] = {
+      (void*)Kolm_BG_AlphaBlending,      (void*)Kolm_BG_LoadBackground,
+      (void*)Kolm_BG_LoadFromFile,       (void*)Kolm_BG_ScaleBackground,
+      (void*)Kolm_FT_DoFaceTracking,     (void*)Kolm_FT_InitFaceTracking,
+      (void*)Kolm_FT_UninitFaceTracking, (void*)Kolm_VE_GetParameterDefault,
+      (void*)Kolm_VE_GetParameterRange,  (void*)Kolm_VE_InitVideoEffect,
+      (void*)Kolm_VE_RunVideoEffect,     (void*)Kolm_VE_UninitVideoEffect,
+  };
+  UCHAR* image = ImageOf(imports[0]);
+  PIMAGE_EXPORT_DIRECTORY exports = ExportsOf(image);
+  const char* name = (const char*)image + exports->Name;
+  ULONG i;
+
+  for (i = 0; i < RTL_NUMBER_OF(imports); ++i) {
+    if (ImageOf(imports[i]) == image) ++reply->values[0];
+  }
+  reply->values[1] = exports->NumberOfNames;
+  for (i = 0; i < sizeof reply->imageName - 1 && name[i] != 0; ++i) reply->imageName[i] = name[i];
+  return STATUS_SUCCESS;
+}
+
+/* What the kernel's loader does when it loads Kolm.sys for its first client. Wine's leaves it out.
+ */
+static NTSTATUS CallDllInitialize(ClientReply* reply) {
+  UNICODE_STRING key =
+      RTL_CONSTANT_STRING(L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\Kolm");
+  DllInitializeRoutine* routine = (DllInitializeRoutine*)FindExport("DllInitialize");
+
+  if (routine == NULL) return STATUS_ENTRYPOINT_NOT_FOUND;
+  reply->results[0] = routine(&key);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS CallDllUnload(ClientReply* reply) {
+  DllUnloadRoutine* routine = (DllUnloadRoutine*)FindExport("DllUnload");
+
+  if (routine == NULL) return STATUS_ENTRYPOINT_NOT_FOUND;
+  reply->results[0] = routine();
+  return STATUS_SUCCESS;
+}
+
+/* The request and its frame arrive in the buffer in which the reply and its frame go back. */
+static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, ULONG* replySize) {
+  ClientRequest request;
+  ClientReply* reply;
+  ULONG64 frameSize;
+  NTSTATUS status = STATUS_SUCCESS;
+
+  if (inputSize < sizeof request) return STATUS_INVALID_PARAMETER;
+  RtlCopyMemory(&request, buffer, sizeof request);
+  if (request.width > 0xFFFF || request.height > 0xFFFF) return STATUS_INVALID_PARAMETER;
+  frameSize = (ULONG64)request.width * request.height * 2;
+  if (frameSize > LARGEST_FRAME || inputSize != sizeof request + frameSize) {
+    return STATUS_INVALID_PARAMETER;
+  }
+  if (outputSize < sizeof *reply + frameSize) return STATUS_BUFFER_TOO_SMALL;
+  *replySize = (ULONG)(sizeof *reply + frameSize);
+
+  reply = ExAllocatePoolWithTag(NonPagedPool, *replySize, POOL_TAG);
+  if (reply == NULL) return STATUS_INSUFFICIENT_RESOURCES;
+  RtlZeroMemory(reply, *replySize);
+  switch (request.operation) {
+    case kClientLoadCheck:
+      status = CheckLoad(reply);
+      break;
+    case kClientLoaded:
+      status = CallDllInitialize(reply);
+      break;
+    case kClientUnloading:
+      status = CallDllUnload(reply);
+      break;
+    default:
+      CallKolm(&request, buffer + sizeof request, reply, (UCHAR*)(reply + 1));
+  }
+  RtlCopyMemory(buffer, reply, *replySize);
+  ExFreePoolWithTag(reply, POOL_TAG);
+  return status;
+}
+
+static NTSTATUS Complete(PIRP irp, NTSTATUS status, ULONG information) {
+  irp->IoStatus.Status = status;
+  irp->IoStatus.Information = information;
+  IoCompleteRequest(irp, IO_NO_INCREMENT);
+  return status;
+}
+
+static NTSTATUS NTAPI OnOpenOrClose(PDEVICE_OBJECT device, PIRP irp) {
+  UNREFERENCED_PARAMETER(device);
+  return Complete(irp, STATUS_SUCCESS, 0);
+}
+
+static NTSTATUS NTAPI OnControl(PDEVICE_OBJECT device, PIRP irp) {
+  PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
+  NTSTATUS status;
+  ULONG replySize = 0;
+
+  UNREFERENCED_PARAMETER(device);
+  if (stack->Parameters.DeviceIoControl.IoControlCode != CLIENT_CONTROL_CODE) {
+    return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+  }
+  status = HandleRequest(irp->AssociatedIrp.SystemBuffer,
+                         stack->Parameters.DeviceIoControl.InputBufferLength,
+                         stack->Parameters.DeviceIoControl.OutputBufferLength, &replySize);
+  return Complete(irp, status, NT_SUCCESS(status) ? replySize : 0);
+}
+
+static VOID NTAPI OnUnload(PDRIVER_OBJECT driver) {
+  IoDeleteSymbolicLink(&linkName);
+  IoDeleteDevice(driver->DeviceObject);
+}
+
+NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
+  PDEVICE_OBJECT device;
+  NTSTATUS status;
+
+  UNREFERENCED_PARAMETER(registryPath);
+  status = IoCreateDevice(driver, 0, &deviceName, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
+  if (!NT_SUCCESS(status)) return status;
+  status = IoCreateSymbolicLink(&linkName, &deviceName);
+  if (!NT_SUCCESS(status)) {
+    IoDeleteDevice(device);
+    return status;
+  }
+  driver->MajorFunction[IRP_MJ_CREATE] = OnOpenOrClose;
+  driver->MajorFunction[IRP_MJ_CLOSE] = OnOpenOrClose;
+  driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = OnControl;
+  driver->DriverUnload = OnUnload;
+  return STATUS_SUCCESS;
+}

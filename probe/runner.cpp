@@ -1,0 +1,236 @@
+// kolm_probe.exe: starts and stops driver services and has the probe's driver call Kolm.
+//   kolm_probe effects   the whole list of calls; the photograph on standard input, each request
+//   and
+//                        its answer on standard output
+//   kolm_probe rounds N  N times: start the driver, check what it loaded, one pass over all effects
+//                        on a small frame, stop
+//   kolm_probe service NAME DRIVER  starts and stops DRIVER.sys as the service NAME
+// The drivers are in the system's folder for drivers. The exit code is 0 if all went well.
+#include <windows.h>
+#include <winioctl.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "probe/calls.h"
+
+namespace kolm::probe {
+namespace {
+
+[[noreturn]] void Fail(const std::string& what, DWORD error) {
+  throw std::runtime_error(what + ": error " + std::to_string(error));
+}
+
+// A driver service that exists as long as the object.
+class DriverService {
+ public:
+  DriverService(const std::string& name, const std::string& driver)
+      : name_(name), manager_(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
+    if (manager_ == nullptr) Fail("no service manager", GetLastError());
+    char system[MAX_PATH];
+    if (GetSystemDirectoryA(system, sizeof system) == 0) Fail("no folder", GetLastError());
+    const std::string path = std::string(system) + "\\drivers\\" + driver + ".sys";
+    service_ = CreateServiceA(manager_, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+                              SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                              path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
+    // A run that was broken off leaves it behind.
+    if (service_ == nullptr && GetLastError() == ERROR_SERVICE_EXISTS) {
+      service_ = OpenServiceA(manager_, name.c_str(), SERVICE_ALL_ACCESS);
+    }
+    if (service_ == nullptr) Fail("cannot create the service " + name, GetLastError());
+  }
+
+  DriverService(const DriverService&) = delete;
+  DriverService& operator=(const DriverService&) = delete;
+
+  ~DriverService() {
+    SERVICE_STATUS status;
+    ControlService(service_, SERVICE_CONTROL_STOP, &status);
+    DeleteService(service_);
+    CloseServiceHandle(service_);
+    CloseServiceHandle(manager_);
+  }
+
+  void Start() {
+    if (!StartServiceA(service_, 0, nullptr)) Fail("cannot start " + name_, GetLastError());
+    AwaitState(SERVICE_RUNNING);
+  }
+
+  void Stop() {
+    SERVICE_STATUS status;
+    if (!ControlService(service_, SERVICE_CONTROL_STOP, &status)) {
+      Fail("cannot stop " + name_, GetLastError());
+    }
+    AwaitState(SERVICE_STOPPED);
+  }
+
+ private:
+  void AwaitState(DWORD state) {
+    SERVICE_STATUS status;
+    for (int wait = 0; wait < 1000; ++wait) {
+      if (!QueryServiceStatus(service_, &status)) Fail("no status of " + name_, GetLastError());
+      if (status.dwCurrentState == state) return;
+      Sleep(10);
+    }
+    throw std::runtime_error(name_ + " stays in state " + std::to_string(status.dwCurrentState));
+  }
+
+  std::string name_;
+  SC_HANDLE manager_;
+  SC_HANDLE service_;
+};
+
+// The open control device of KolmProbe.sys.
+class ProbeDevice {
+ public:
+  ProbeDevice()
+      : handle_(CreateFileA("\\\\.\\KolmProbe", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                            OPEN_EXISTING, 0, nullptr)) {
+    if (handle_ == INVALID_HANDLE_VALUE) Fail("cannot open the probe's device", GetLastError());
+  }
+
+  ProbeDevice(const ProbeDevice&) = delete;
+  ProbeDevice& operator=(const ProbeDevice&) = delete;
+
+  ~ProbeDevice() { CloseHandle(handle_); }
+
+  Answer Call(const ClientRequest& request, const std::vector<uint8_t>& frame) {
+    const auto* head = reinterpret_cast<const uint8_t*>(&request);
+    std::vector<uint8_t> input(head, head + sizeof request);
+    input.insert(input.end(), frame.begin(), frame.end());
+    std::vector<uint8_t> output(sizeof(ClientReply) + frame.size());
+    DWORD returned = 0;
+    if (!DeviceIoControl(handle_, CLIENT_CONTROL_CODE, input.data(),
+                         static_cast<DWORD>(input.size()), output.data(),
+                         static_cast<DWORD>(output.size()), &returned, nullptr)) {
+      Fail("operation " + std::to_string(request.operation) + " failed", GetLastError());
+    }
+    if (returned != output.size()) {
+      throw std::runtime_error("operation " + std::to_string(request.operation) + " returned " +
+                               std::to_string(returned) + " bytes");
+    }
+    Answer answer;
+    std::memcpy(&answer.reply, output.data(), sizeof answer.reply);
+    answer.frame.assign(output.begin() + sizeof answer.reply, output.end());
+    return answer;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+void ReadAll(HANDLE file, std::vector<uint8_t>* bytes) {
+  for (size_t done = 0; done < bytes->size();) {
+    DWORD part = 0;
+    if (!ReadFile(file, bytes->data() + done, static_cast<DWORD>(bytes->size() - done), &part,
+                  nullptr) ||
+        part == 0) {
+      Fail("cannot read the photograph's frames", GetLastError());
+    }
+    done += part;
+  }
+}
+
+void WriteAll(HANDLE file, const void* bytes, size_t size) {
+  for (size_t done = 0; done < size;) {
+    DWORD part = 0;
+    if (!WriteFile(file, static_cast<const uint8_t*>(bytes) + done, static_cast<DWORD>(size - done),
+                   &part, nullptr)) {
+      Fail("cannot write the answers", GetLastError());
+    }
+    done += part;
+  }
+}
+
+void CheckLoad(ProbeDevice* device) {
+  const ClientReply load = device->Call({kClientLoadCheck, 0, 0, 0, 0}, {}).reply;
+  if (std::strcmp(load.imageName, "Kolm.sys") != 0 || load.values[0] != 12 ||
+      load.values[1] != 14) {
+    throw std::runtime_error("the imports lead to " + std::string(load.imageName) + ", " +
+                             std::to_string(load.values[0]) + " of 12; it exports " +
+                             std::to_string(load.values[1]) + " names");
+  }
+}
+
+void Effects() {
+  std::vector<std::vector<uint8_t>> photographs;
+  for (const auto& size : kSizes) {
+    photographs.emplace_back(FrameBytes(size.width, size.height));
+    ReadAll(GetStdHandle(STD_INPUT_HANDLE), &photographs.back());
+  }
+  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+
+  DriverService service("KolmProbe", "KolmProbe");
+  service.Start();
+  {
+    ProbeDevice device;
+    CheckLoad(&device);
+    MakeAllCalls(
+        [&](const ClientRequest& request, const std::vector<uint8_t>& frame) {
+          Answer answer = device.Call(request, frame);
+          WriteAll(output, &request, sizeof request);
+          WriteAll(output, &answer.reply, sizeof answer.reply);
+          WriteAll(output, answer.frame.data(), answer.frame.size());
+          return answer;
+        },
+        photographs);
+  }
+  service.Stop();
+}
+
+void Rounds(int rounds) {
+  constexpr uint32_t kWidth = 64;
+  constexpr uint32_t kHeight = 48;
+  const std::vector<uint8_t> frame = DrawFrame(kWidth, kHeight);
+
+  DriverService service("KolmProbe", "KolmProbe");
+  for (int round = 0; round < rounds; ++round) {
+    service.Start();
+    {
+      ProbeDevice device;
+      CheckLoad(&device);
+      device.Call({kClientLoaded, 0, 0, 0, 0}, {});
+      RunAllEffects(
+          [&](const ClientRequest& request, const std::vector<uint8_t>& source) {
+            return device.Call(request, source);
+          },
+          kWidth, kHeight, frame);
+      device.Call({kClientUnloading, 0, 0, 0, 0}, {});
+    }
+    service.Stop();
+  }
+  std::printf("%d rounds\n", rounds);
+}
+
+void Service(const std::string& name, const std::string& driver) {
+  DriverService service(name, driver);
+  service.Start();
+  service.Stop();
+  std::printf("%s started and stopped\n", name.c_str());
+}
+
+}  // namespace
+}  // namespace kolm::probe
+
+int main(int argumentCount, char** arguments) {
+  const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
+  try {
+    if (words.size() == 1 && words[0] == "effects") {
+      kolm::probe::Effects();
+    } else if (words.size() == 2 && words[0] == "rounds") {
+      kolm::probe::Rounds(std::atoi(words[1].c_str()));
+    } else if (words.size() == 3 && words[0] == "service") {
+      kolm::probe::Service(words[1], words[2]);
+    } else {
+      throw std::runtime_error("usage: kolm_probe effects | rounds N | service NAME DRIVER");
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kolm_probe: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
