@@ -1,0 +1,24 @@
+#!/bin/bash
+# Shows what Kolm does: installs what is missing, builds the host library and the tool, and writes
+# out/effects.png, a sheet of a picture under all 18 effects.
+# Usage: demo.sh [PICTURE]    without PICTURE a built-in sample
+set -euo pipefail
+
+if [ $# -gt 1 ] || [[ ${1-} == -* ]]; then
+  echo "usage: $0 [PICTURE]    writes out/effects.png; without PICTURE of a built-in sample" >&2
+  exit 2
+fi
+picture=()
+[ $# -eq 0 ] || picture=("$(realpath --canonicalize-missing -- "$1")")
+cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")"
+
+# Everything that configuring the host preset looks for.
+scripts/install-packages.sh cmake ninja-build g++ pkg-config python3 libopencv-dev libcli11-dev \
+  libswscale-dev libavutil-dev libyuv-dev libgtest-dev libgmock-dev libbenchmark-dev
+
+cmake --preset host
+cmake --build --preset host --target kolm_tool
+
+mkdir -p out
+build/host/kolm sheet -y "${picture[@]}" out/effects.png
+echo "The effects are on $PWD/out/effects.png"
