@@ -5,8 +5,8 @@
 
 extern "C" {
 
-// Called once when the first importing driver is loaded; serviceKey names the module's registry key.
-// Writes its debugger line and returns 0. Level: PASSIVE.
+// Called once when the first importing driver is loaded; serviceKey names the module's registry
+// key. Writes its debugger line and returns 0. Level: PASSIVE.
 int32_t DllInitialize(const CountedString* serviceKey);
 
 // Called when the last importing driver is gone. Writes its debugger line and returns 0; frees

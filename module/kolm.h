@@ -4,12 +4,12 @@
  * Terms
  *   Yuv16Frame   width * height * 2 bytes of packed 4:2:2 YUV (YUY2): rows of width * 2 bytes from
  *                top to bottom without padding, each pixel pair four bytes Y0, U, Y1, V. Widths are
- *                even. Colour is BT.601 limited range; black is 0 or 16, 128, 0 or 16, 128.
+ *                even. Colour is BT.601 limited range; effects paint black as 0, 128, 0, 128.
  *   level        the calling level (IRQL). PASSIVE is 0, DISPATCH is 2.
  *
  * Rules for every export
- *   - It writes one line to the kernel debugger first, then works on the caller's thread and returns
- *     when all is done.
+ *   - It writes one line to the kernel debugger, works on the caller's thread and returns when all
+ *     is done.
  *   - Pointers need no alignment. Null pointers are not accepted unless said so.
  *   - Results are NTSTATUS values, 0 for success.
  *   - A buffer's size is the caller's word: the module cannot check it.
@@ -71,19 +71,21 @@ typedef struct BackgroundRecord {
   uint8_t alpha[KOLM_BACKGROUND_WIDTH * KOLM_BACKGROUND_HEIGHT];
 } BackgroundRecord;
 
-/* One face tracker, owned and filled by the caller: 104 bytes. Sizes and positions are in pixels. */
+/* One face tracker, 104 bytes, owned and filled by the caller. Sizes and positions are pixels. */
 typedef struct FaceTracker {
   uint32_t frameWidth;  /* of srcFrame and dstFrame; even */
   uint32_t frameHeight; /* of srcFrame and dstFrame */
   int32_t detectWidth;  /* of the picture that the detector sees: as given to Init; not 0 */
   int32_t detectHeight;
-  uint32_t scaleFactorMilli; /* step between the detector's window sizes in thousandths: 1100 is 1.1 */
-  uint32_t missCount;        /* frames without a face since the crop settled */
-  uint32_t stepIndex;        /* steps taken of the current move; stepCount - 1 is settled */
-  int32_t stepCount;         /* frames over which the crop moves to a new target; 1 or more */
+  uint32_t
+      scaleFactorMilli; /* step between the detector's window sizes in thousandths: 1100 is 1.1 */
+  uint32_t missCount;   /* frames without a face since the crop settled */
+  uint32_t stepIndex;   /* steps taken of the current move; stepCount - 1 is settled */
+  int32_t stepCount;    /* frames over which the crop moves to a new target; 1 or more */
   int32_t cropX, cropY, cropWidth, cropHeight;         /* the part of the frame now shown */
   int32_t targetX, targetY, targetWidth, targetHeight; /* the part being moved to */
-  int32_t resetWhenLost; /* not 0: return to the whole frame after stepCount frames without a face */
+  int32_t
+      resetWhenLost; /* not 0: return to the whole frame after stepCount frames without a face */
   const uint8_t* srcFrame; /* the camera's Yuv16Frame, frameWidth * frameHeight * 2 bytes */
   uint8_t* dstFrame;       /* the resulting Yuv16Frame, same size, not overlapping srcFrame */
   void* faceStorage;       /* set by Init, cleared by Uninit */
@@ -125,8 +127,8 @@ KOLM_API int32_t Kolm_BG_LoadBackground(uint32_t recordIndex, uint8_t* record);
 /* Scales *record (921600 bytes) to width x height pixels into destination: a Yuv16Frame of
  * width * height * 2 bytes, directly followed by its alpha plane of width * height bytes.
  * Level: up to DISPATCH. Not available in this version: nothing is written. Returns 0. */
-KOLM_API int32_t Kolm_BG_ScaleBackground(const uint8_t* record, uint8_t* destination, uint32_t width,
-                                         int32_t height);
+KOLM_API int32_t Kolm_BG_ScaleBackground(const uint8_t* record, uint8_t* destination,
+                                         uint32_t width, int32_t height);
 
 /* Lays a scaled background (width * height * 3 bytes, as Kolm_BG_ScaleBackground makes it) over the
  * Yuv16Frame live into the Yuv16Frame output, each of width * height * 2 bytes; output may be live.
