@@ -77,15 +77,13 @@ typedef struct FaceTracker {
   uint32_t frameHeight; /* of srcFrame and dstFrame */
   int32_t detectWidth;  /* of the picture that the detector sees: as given to Init; not 0 */
   int32_t detectHeight;
-  uint32_t
-      scaleFactorMilli; /* step between the detector's window sizes in thousandths: 1100 is 1.1 */
-  uint32_t missCount;   /* frames without a face since the crop settled */
-  uint32_t stepIndex;   /* steps taken of the current move; stepCount - 1 is settled */
-  int32_t stepCount;    /* frames over which the crop moves to a new target; 1 or more */
+  uint32_t scaleFactorMilli; /* step between the detector's window sizes, in thousandths */
+  uint32_t missCount;        /* frames without a face since the crop settled */
+  uint32_t stepIndex;        /* steps taken of the current move; stepCount - 1 is settled */
+  int32_t stepCount;         /* frames over which the crop moves to a new target; 1 or more */
   int32_t cropX, cropY, cropWidth, cropHeight;         /* the part of the frame now shown */
   int32_t targetX, targetY, targetWidth, targetHeight; /* the part being moved to */
-  int32_t
-      resetWhenLost; /* not 0: return to the whole frame after stepCount frames without a face */
+  int32_t resetWhenLost;   /* not 0: back to the whole frame after stepCount faceless frames */
   const uint8_t* srcFrame; /* the camera's Yuv16Frame, frameWidth * frameHeight * 2 bytes */
   uint8_t* dstFrame;       /* the resulting Yuv16Frame, same size, not overlapping srcFrame */
   void* faceStorage;       /* set by Init, cleared by Uninit */
