@@ -1,9 +1,8 @@
 // Box blur by running sums: its cost does not depend on the radius.
 #include "effects/box_blur_effect.h"
 
-#include <emmintrin.h>
-
 #include "effects/frame.h"
+#include "imaging/vectors_sse2.h"
 #include "platform/instruction_set.h"
 
 namespace kolm {
@@ -157,10 +156,6 @@ size_t ArrayEntries(uint32_t width) { return size_t{RoundedWidth(width)} + 2 * k
 
 size_t WorkBytes_SSE2(uint32_t width) { return ArrayEntries(width) * 4 * sizeof(uint16_t); }
 
-__m128i Load(const void* bytes) { return _mm_loadu_si128(static_cast<const __m128i*>(bytes)); }
-
-void Store(void* bytes, __m128i value) { _mm_storeu_si128(static_cast<__m128i*>(bytes), value); }
-
 // The totals of the columns so far, in every lane that they are needed in.
 struct Totals {
   __m128i y, uv;
@@ -172,10 +167,10 @@ inline void CountVector_SSE2(__m128i entering, __m128i leaving, uint32_t x, cons
   const __m128i lumaBytes = _mm_set1_epi16(0xFF);
   __m128i y = _mm_sub_epi16(_mm_and_si128(entering, lumaBytes), _mm_and_si128(leaving, lumaBytes));
   __m128i uv = _mm_sub_epi16(_mm_srli_epi16(entering, 8), _mm_srli_epi16(leaving, 8));
-  y = _mm_add_epi16(y, Load(sums.columnY + x));
-  uv = _mm_add_epi16(uv, Load(sums.columnUV + x));
-  Store(sums.columnY + x, y);
-  Store(sums.columnUV + x, uv);
+  y = _mm_add_epi16(y, LoadVector_SSE2(sums.columnY + x));
+  uv = _mm_add_epi16(uv, LoadVector_SSE2(sums.columnUV + x));
+  StoreVector_SSE2(sums.columnY + x, y);
+  StoreVector_SSE2(sums.columnUV + x, uv);
   y = _mm_add_epi16(y, _mm_slli_si128(y, 2));
   y = _mm_add_epi16(y, _mm_slli_si128(y, 4));
   y = _mm_add_epi16(y, _mm_slli_si128(y, 8));
@@ -183,8 +178,8 @@ inline void CountVector_SSE2(__m128i entering, __m128i leaving, uint32_t x, cons
   uv = _mm_add_epi16(uv, _mm_slli_si128(uv, 4));
   uv = _mm_add_epi16(uv, _mm_slli_si128(uv, 8));
   uv = _mm_add_epi16(uv, totals->uv);
-  Store(sums.runningY + kMargin + x, y);
-  Store(sums.runningUV + kMargin + x, uv);
+  StoreVector_SSE2(sums.runningY + kMargin + x, y);
+  StoreVector_SSE2(sums.runningUV + kMargin + x, uv);
   totals->y = _mm_shuffle_epi32(_mm_shufflehi_epi16(y, 0xFF), 0xFF);
   totals->uv = _mm_shuffle_epi32(uv, 0xFF);
 }
@@ -193,7 +188,7 @@ inline void CountVector_SSE2(__m128i entering, __m128i leaving, uint32_t x, cons
 inline __m128i LoadPart(const uint8_t* row, size_t fill) {
   alignas(16) uint8_t bytes[16] = {};
   for (size_t i = 0; i < fill; ++i) bytes[i] = row[i];
-  return Load(bytes);
+  return LoadVector_SSE2(bytes);
 }
 
 template <bool enters, bool leaves>
@@ -203,8 +198,8 @@ void CountRow_SSE2(const uint8_t* entering, const uint8_t* leaving, uint32_t wid
   Totals totals = {none, none};
   uint32_t x = 0;
   for (; x + kVectorPixels <= width; x += kVectorPixels) {
-    CountVector_SSE2(enters ? Load(entering + RowBytes(x)) : none,
-                     leaves ? Load(leaving + RowBytes(x)) : none, x, sums, &totals);
+    CountVector_SSE2(enters ? LoadVector_SSE2(entering + RowBytes(x)) : none,
+                     leaves ? LoadVector_SSE2(leaving + RowBytes(x)) : none, x, sums, &totals);
   }
   if (x < width) {
     const size_t fill = RowBytes(width - x);
@@ -213,8 +208,8 @@ void CountRow_SSE2(const uint8_t* entering, const uint8_t* leaving, uint32_t wid
     x += kVectorPixels;
   }
   for (const uint32_t end = x + kMargin; x < end; x += kVectorPixels) {
-    Store(sums.runningY + kMargin + x, totals.y);
-    Store(sums.runningUV + kMargin + x, totals.uv);
+    StoreVector_SSE2(sums.runningY + kMargin + x, totals.y);
+    StoreVector_SSE2(sums.runningUV + kMargin + x, totals.uv);
   }
 }
 
@@ -239,11 +234,11 @@ template <bool wide, bool oddRadius>
 inline __m128i BlurVector_SSE2(const VectorSums& sums, uint32_t x, uint32_t radius,
                                const Divisors& divisors) {
   const uint16_t* y = sums.runningY + kMargin + x;
-  const __m128i end = Load(y + radius);
-  const __m128i start = Load(y - radius - 1);
+  const __m128i end = LoadVector_SSE2(y + radius);
+  const __m128i start = LoadVector_SSE2(y - radius - 1);
   __m128i meanY;
   if constexpr (wide) {
-    const __m128i middle = Load(y - 1);
+    const __m128i middle = LoadVector_SSE2(y - 1);
     meanY = Mean_SSE2<true>(_mm_sub_epi16(end, middle), _mm_sub_epi16(middle, start), divisors.y);
   } else {
     const __m128i sum = _mm_sub_epi16(end, start);
@@ -255,10 +250,10 @@ inline __m128i BlurVector_SSE2(const VectorSums& sums, uint32_t x, uint32_t radi
   // the sum over the pairs with the halved pair and over those without it.
   const uint32_t pairs = radius / 2;
   const uint16_t* uv = sums.runningUV + kMargin + x;
-  const __m128i last = Load(uv + 2 * pairs);
-  const __m128i besideLast = Load(oddRadius ? uv + 2 * pairs + 2 : uv + 2 * pairs - 2);
-  const __m128i before = Load(uv - 2 * pairs - 2);
-  const __m128i besideBefore = Load(oddRadius ? uv - 2 * pairs - 4 : uv - 2 * pairs);
+  const __m128i last = LoadVector_SSE2(uv + 2 * pairs);
+  const __m128i besideLast = LoadVector_SSE2(oddRadius ? uv + 2 * pairs + 2 : uv + 2 * pairs - 2);
+  const __m128i before = LoadVector_SSE2(uv - 2 * pairs - 2);
+  const __m128i besideBefore = LoadVector_SSE2(oddRadius ? uv - 2 * pairs - 4 : uv - 2 * pairs);
   const __m128i shared = _mm_sub_epi16(last, before);
   const __m128i halfRight = _mm_sub_epi16(besideLast, before);
   const __m128i halfLeft = _mm_sub_epi16(last, besideBefore);
@@ -292,8 +287,9 @@ Divisors DivisorsAt(const Blur& blur, uint32_t x, uint32_t rows, bool wide) {
   }
   Divisor divisors[3];
   for (uint32_t kind = 0; kind < 3; ++kind) {
-    const __m128i count = Load(pixels[kind]);
-    divisors[kind] = {count, _mm_sub_epi16(count, _mm_set1_epi16(1)), Load(reciprocals[kind])};
+    const __m128i count = LoadVector_SSE2(pixels[kind]);
+    divisors[kind] = {count, _mm_sub_epi16(count, _mm_set1_epi16(1)),
+                      LoadVector_SSE2(reciprocals[kind])};
   }
   return {divisors[0], divisors[1], divisors[2]};
 }
@@ -313,16 +309,16 @@ void BlurRow_SSE2(const Blur& blur, const VectorSums& sums, const RowDivisors& d
   const uint32_t last = RoundedWidth(blur.width) - kVectorPixels;
   uint32_t x = 0;
   if (last > 0) {
-    Store(destination, blurAt(0, divisors.first));
+    StoreVector_SSE2(destination, blurAt(0, divisors.first));
     x = kVectorPixels;
   }
   const Divisors middle = divisors.middle;
   for (; x + kVectorPixels < last; x += kVectorPixels) {
-    Store(destination + 2 * size_t{x}, blurAt(x, middle));
+    StoreVector_SSE2(destination + 2 * size_t{x}, blurAt(x, middle));
   }
-  if (x < last) Store(destination + 2 * size_t{x}, blurAt(x, divisors.lastButOne));
+  if (x < last) StoreVector_SSE2(destination + 2 * size_t{x}, blurAt(x, divisors.lastButOne));
   alignas(16) uint8_t bytes[16];
-  Store(bytes, blurAt(last, divisors.last));
+  StoreVector_SSE2(bytes, blurAt(last, divisors.last));
   KolmCopy(destination + 2 * size_t{last}, bytes, RowBytes(blur.width - last));
 }
 
@@ -332,8 +328,7 @@ void Blur_SSE2(const Blur& blur, uint8_t* work) {
   const size_t size = ArrayEntries(blur.width);
   const VectorSums sums = {entries, entries + size, entries + 2 * size, entries + 3 * size};
   const uint32_t last = RoundedWidth(blur.width) - kVectorPixels;
-  RowDivisors divisors;
-  divisors.rows = 0;
+  RowDivisors divisors = {};
   SweepRows(
       blur,
       [&blur, &sums](const uint8_t* entering, const uint8_t* leaving) {

@@ -1,5 +1,5 @@
-// Byte counts and whole-frame operations that the effects share. Counts are 64-bit: no frame size
-// that a caller can name overflows them.
+// Byte counts and whole-frame operations that the effects share. Counts are 64-bit: those of a
+// frame that fits into memory do not overflow.
 #pragma once
 
 #include <stddef.h>

@@ -8,16 +8,22 @@
 namespace kolm {
 namespace {
 
-constexpr uint32_t kLargestSide = 32767;  // the scaler's positions hold no more
 constexpr uint32_t kStrips = 8;
-
-bool FitsScaler(uint32_t width, uint32_t height) {
-  return width <= kLargestSide && height <= kLargestSide;
-}
 
 struct Rectangle {
   uint32_t x, y, width, height;
 };
+
+// Whether the scaler's positions, 16.16 fixed point in 32 bits, reach every pixel of the part.
+bool FitsScaler(const Rectangle& part) {
+  constexpr uint32_t kLargestSide = 32767;
+  constexpr uint32_t kLargestPosition = 32767;
+  const auto fits = [](uint32_t first, uint32_t size) {
+    return size <= kLargestSide && first <= kLargestPosition &&
+           first + size - 1 <= kLargestPosition;
+  };
+  return fits(part.x, part.width) && fits(part.y, part.height);
+}
 
 // Scales a part of the source frame into dstWidth x dstHeight pixels of a destination whose frame
 // has the source's width.
@@ -54,10 +60,15 @@ void DivideIntoStrips(uint32_t side, uint32_t unit, Warp warp, uint32_t strips[k
   }
 }
 
+// Slice number i of the 8 into which a side is cut.
+uint32_t SliceStart(uint32_t side, uint32_t i) { return i * side / kStrips; }
+
 void WarpHorizontally(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height,
                       Warp warp) {
   const uint32_t unit = width / 60 * 2;
-  if (unit == 0 || width % 2 != 0 || !FitsScaler(width, height)) {
+  const uint32_t sliceWidth = width / kStrips;
+  const Rectangle lastSlice = {SliceStart(width, kStrips - 1), 0, sliceWidth, height};
+  if (unit == 0 || width % 2 != 0 || !FitsScaler(lastSlice)) {
     CopyFrame(source, destination, width, height);
     return;
   }
@@ -70,7 +81,7 @@ void WarpHorizontally(const uint8_t* source, uint8_t* destination, uint32_t widt
     ++strips[kStrips - 1 - rest];
   }
   for (uint32_t i = 0; i < kStrips; ++i) {
-    const Rectangle slice = {i * width / kStrips, 0, width / kStrips, height};
+    const Rectangle slice = {SliceStart(width, i), 0, sliceWidth, height};
     ScaleInto(source, width, height, slice, destination, strips[i], height);
     destination += RowBytes(strips[i]);
   }
@@ -79,7 +90,9 @@ void WarpHorizontally(const uint8_t* source, uint8_t* destination, uint32_t widt
 void WarpVertically(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height,
                     Warp warp) {
   const uint32_t unit = height / 30;
-  if (unit == 0 || width % 2 != 0 || !FitsScaler(width, height)) {
+  const uint32_t sliceHeight = height / kStrips;
+  const Rectangle lastSlice = {0, SliceStart(height, kStrips - 1), width, sliceHeight};
+  if (unit == 0 || width % 2 != 0 || !FitsScaler(lastSlice)) {
     CopyFrame(source, destination, width, height);
     return;
   }
@@ -87,7 +100,7 @@ void WarpVertically(const uint8_t* source, uint8_t* destination, uint32_t width,
   DivideIntoStrips(height, unit, warp, strips);
   strips[kStrips - 1] += height % 2;  // the row that two halves leave over
   for (uint32_t i = 0; i < kStrips; ++i) {
-    const Rectangle slice = {0, i * height / kStrips, width, height / kStrips};
+    const Rectangle slice = {0, SliceStart(height, i), width, sliceHeight};
     ScaleInto(source, width, height, slice, destination, width, strips[i]);
     destination += FrameBytes(width, strips[i]);
   }
@@ -98,13 +111,13 @@ void WarpVertically(const uint8_t* source, uint8_t* destination, uint32_t width,
 void ZoomIn(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height,
             uint32_t parameter) {
   Rectangle centre = {};
-  if (parameter >= 1 && parameter <= 10 && width % 2 == 0 && FitsScaler(width, height)) {
+  if (parameter >= 1 && parameter <= 10 && width % 2 == 0) {
     centre.width = ZoomInSide(width, parameter);
     centre.height = ZoomInSide(height, parameter);
     centre.x = ((width - centre.width) / 2) & ~1u;
     centre.y = ((height - centre.height) / 2) & ~1u;
   }
-  if (centre.width == 0 || centre.height == 0) {
+  if (centre.width == 0 || centre.height == 0 || !FitsScaler(centre)) {
     CopyFrame(source, destination, width, height);
     return;
   }
@@ -115,7 +128,8 @@ void ZoomOut(const uint8_t* source, uint8_t* destination, uint32_t width, uint32
              uint32_t parameter) {
   uint32_t reducedWidth = 0;
   uint32_t reducedHeight = 0;
-  if (parameter >= 1 && parameter <= 10 && FitsScaler(width, height)) {
+  const Rectangle whole = {0, 0, width, height};
+  if (parameter >= 1 && parameter <= 10 && FitsScaler(whole)) {
     reducedWidth = ZoomOutSide(width, parameter);
     reducedHeight = ZoomOutSide(height, parameter);
   }
@@ -127,7 +141,7 @@ void ZoomOut(const uint8_t* source, uint8_t* destination, uint32_t width, uint32
   const uint32_t left = ((width - reducedWidth) & ~3u) / 2;  // whole pixel pairs
   uint8_t* picture = destination + FrameBytes(width, top) + RowBytes(left);
   PaintBlack(destination, size_t{width} * top + left);
-  ScaleInto(source, width, height, {0, 0, width, height}, picture, reducedWidth, reducedHeight);
+  ScaleInto(source, width, height, whole, picture, reducedWidth, reducedHeight);
   // From the end of each row of the picture to the start of the next, then to the frame's end.
   uint8_t* gap = picture + RowBytes(reducedWidth);
   for (uint32_t row = 1; row < reducedHeight; ++row) {
@@ -141,7 +155,8 @@ void PictureGrid(const uint8_t* source, uint8_t* destination, uint32_t width, ui
                  uint32_t parameter) {
   uint32_t tileWidth = 0;
   uint32_t tileHeight = 0;
-  if (static_cast<int32_t>(parameter) > 1 && width % 2 == 0 && FitsScaler(width, height)) {
+  const Rectangle whole = {0, 0, width, height};
+  if (static_cast<int32_t>(parameter) > 1 && width % 2 == 0 && FitsScaler(whole)) {
     tileWidth = (width / parameter) & ~1u;
     tileHeight = height / parameter;
   }
@@ -152,7 +167,6 @@ void PictureGrid(const uint8_t* source, uint8_t* destination, uint32_t width, ui
   // The last column and the last row of tiles take what the division leaves over.
   const uint32_t lastColumn = tileWidth * (parameter - 1);
   const uint32_t lastRow = tileHeight * (parameter - 1);
-  const Rectangle whole = {0, 0, width, height};
   const uint32_t bandRows[] = {0, lastRow};
   for (const uint32_t y : bandRows) {
     const uint32_t bandHeight = y == 0 ? tileHeight : height - lastRow;

@@ -1,9 +1,8 @@
 // Pixelate, the emboss and relief variants, and sketch. They measure luma alone.
 #include "effects/neighbourhood_effects.h"
 
-#include <emmintrin.h>
-
 #include "effects/frame.h"
+#include "imaging/vectors_sse2.h"
 #include "platform/instruction_set.h"
 
 namespace kolm {
@@ -43,14 +42,6 @@ constexpr size_t kVectorPixels = 8;
 
 bool UseVectors() { return AvailableInstructionSet() >= InstructionSet::SSE2; }
 
-__m128i Load(const uint8_t* bytes) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
-}
-
-void Store(uint8_t* bytes, __m128i value) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), value);
-}
-
 __m128i EveryPixel(uint8_t luma, uint8_t chroma) {
   return _mm_set1_epi16(static_cast<int16_t>(luma | chroma << 8));
 }
@@ -61,8 +52,8 @@ inline void DifferenceVector_SSE2(const uint8_t* row, const uint8_t* above, uint
                                   size_t x) {
   const __m128i signBits = _mm_set1_epi8(static_cast<char>(128));
   const __m128i lumaBytes = EveryPixel(255, 0);
-  const __m128i pixel = _mm_xor_si128(Load(row + 2 * x), signBits);
-  const __m128i neighbour = _mm_xor_si128(Load(above + 2 * x - 2), signBits);
+  const __m128i pixel = _mm_xor_si128(LoadVector_SSE2(row + 2 * x), signBits);
+  const __m128i neighbour = _mm_xor_si128(LoadVector_SSE2(above + 2 * x - 2), signBits);
   // Luma as it should be, chroma 0.
   __m128i luma;
   if constexpr (look == Look::Emboss) {
@@ -74,9 +65,10 @@ inline void DifferenceVector_SSE2(const uint8_t* row, const uint8_t* above, uint
     const __m128i opposite = _mm_subs_epi8(neighbour, pixel);
     luma = _mm_and_si128(_mm_sub_epi8(_mm_setzero_si128(), opposite), lumaBytes);
   }
-  const __m128i kept = chroma == Chroma::Grey ? EveryPixel(0, kGreyChroma)
-                                              : _mm_andnot_si128(lumaBytes, Load(above + 2 * x));
-  Store(destination + 2 * x, _mm_or_si128(luma, kept));
+  const __m128i kept = chroma == Chroma::Grey
+                           ? EveryPixel(0, kGreyChroma)
+                           : _mm_andnot_si128(lumaBytes, LoadVector_SSE2(above + 2 * x));
+  StoreVector_SSE2(destination + 2 * x, _mm_or_si128(luma, kept));
 }
 
 // Writes the interior pixels of a row.
@@ -177,7 +169,7 @@ void SketchPixels_Plain(const uint8_t* row, size_t stride, uint8_t* destination,
 void SketchVector_SSE2(const uint8_t* row, size_t stride, uint8_t* destination, size_t x) {
   const __m128i lumaBytes = EveryPixel(255, 0);
   const auto luma = [lumaBytes](const uint8_t* pixels) {
-    return _mm_and_si128(Load(pixels), lumaBytes);
+    return _mm_and_si128(LoadVector_SSE2(pixels), lumaBytes);
   };
   const auto twice = [](__m128i value) { return _mm_add_epi16(value, value); };
   const uint8_t* middle = row + 2 * x;
@@ -203,7 +195,8 @@ void SketchVector_SSE2(const uint8_t* row, size_t stride, uint8_t* destination, 
   largest = _mm_max_epi16(largest, _mm_set1_epi16(kDarkest));
   largest = _mm_min_epi16(largest, _mm_set1_epi16(kBrightest));
   // One subtraction from 251 with 128 above it.
-  Store(destination + 2 * x, _mm_sub_epi16(EveryPixel(kSketchWhite, kGreyChroma), largest));
+  StoreVector_SSE2(destination + 2 * x,
+                   _mm_sub_epi16(EveryPixel(kSketchWhite, kGreyChroma), largest));
 }
 
 void SketchRow(const uint8_t* row, size_t stride, uint8_t* destination, size_t width,
@@ -248,9 +241,9 @@ void PixelateLine_SSE2(const uint8_t* row, uint8_t* line, size_t width, size_t q
   if (quads == 1) {
     // Two blocks are one vector.
     for (; i + 2 < blocks; i += 2) {
-      const __m128i pairs = Load(row + i * kQuadBytes);
+      const __m128i pairs = LoadVector_SSE2(row + i * kQuadBytes);
       const __m128i firstPairs = _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 2, 0, 0));
-      Store(line + i * kQuadBytes, RepeatLuma_SSE2(firstPairs));
+      StoreVector_SSE2(line + i * kQuadBytes, RepeatLuma_SSE2(firstPairs));
     }
   }
   for (; i + 1 < blocks; ++i) {
@@ -259,7 +252,7 @@ void PixelateLine_SSE2(const uint8_t* row, uint8_t* line, size_t width, size_t q
     const __m128i pairs = RepeatLuma_SSE2(_mm_set1_epi32(pair));
     // The last vector may reach into the next block, which is written next.
     for (size_t byte = 0; byte < blockBytes; byte += sizeof pairs) {
-      Store(line + i * blockBytes + byte, pairs);
+      StoreVector_SSE2(line + i * blockBytes + byte, pairs);
     }
   }
   PixelateLine_Plain(row + i * blockBytes, line + i * blockBytes, width - i * quads * 4, quads);

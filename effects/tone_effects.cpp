@@ -4,6 +4,7 @@
 #include <tmmintrin.h>
 
 #include "effects/frame.h"
+#include "imaging/vectors_sse2.h"
 #include "platform/instruction_set.h"
 
 namespace kolm {
@@ -88,8 +89,8 @@ void PosterizePairs_Plain(const uint8_t* source, uint8_t* destination, size_t pa
   }
 }
 
-// Where 16 levels or fewer leave the shuffle's high half unused, `high` is left out. `levels` is
-// not 0.
+// `high` tells whether there are levels from 16 on, which a second shuffle serves; `levels` itself,
+// which the value 255 gives, is one of them. `levels` is not 0.
 template <bool high>
 __attribute__((target("ssse3"))) void PosterizePairs_SSSE3(const uint8_t* source,
                                                            uint8_t* destination, size_t pairs,
@@ -99,7 +100,7 @@ __attribute__((target("ssse3"))) void PosterizePairs_SSSE3(const uint8_t* source
   for (uint32_t level = 0; level < sizeof bytes; ++level) {
     bytes[level] = ByteOfLevel(level, levels, kHighestLuma);
   }
-  const __m128i lowBytes = _mm_load_si128(reinterpret_cast<const __m128i*>(bytes));
+  const __m128i lowBytes = LoadVector_SSE2(bytes);
   const __m128i highBytes = _mm_load_si128(reinterpret_cast<const __m128i*>(bytes) + 1);
   // value * levels / 255 is the high half of value * (257 * levels + 1), exactly, for up to 255
   // levels. Chroma stands in the high bytes, so that its level comes out there.
@@ -125,8 +126,8 @@ __attribute__((target("ssse3"))) void PosterizePairs_SSSE3(const uint8_t* source
   };
   size_t pair = 0;
   for (; pair + 4 <= pairs; pair += 4) {
-    const __m128i value = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + pair * 4));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination + pair * 4), map(value));
+    const __m128i value = LoadVector_SSE2(source + pair * 4);
+    StoreVector_SSE2(destination + pair * 4, map(value));
   }
   for (; pair < pairs; ++pair) {
     uint32_t word;

@@ -4,6 +4,7 @@
 #include <tmmintrin.h>
 
 #include "imaging/fixed_point.h"
+#include "imaging/vectors_sse2.h"
 #include "imaging/yuv16_sample.h"
 #include "imaging/yuv16_window.h"
 #include "module/memory.h"
@@ -66,7 +67,7 @@ void SampleRows_Plain(const Sampling& s) {
 // pixels, each window giving 4, 2 or 1 pairs. Where the windows lie and how they are shuffled is
 // the same in every row, so it is planned once for as many columns as the stack should hold. A row
 // takes only a few different shuffles: 8 positions at equal steps meet at most 8 patterns of whole
-// columns.
+// columns, each beginning at an even or an odd one; near the right edge others follow.
 constexpr int32_t kGroupPairs = 4;
 constexpr int32_t kGroupBytes = 16;
 constexpr int32_t kTileGroups = 128;
@@ -196,7 +197,7 @@ __attribute__((target("ssse3"))) inline void StoreMean_SSSE3(const Candidates& c
   // The average instruction rounds up; the floor mean is one less where the sum is odd.
   const __m128i odd = _mm_and_si128(_mm_xor_si128(c.a, c.b), _mm_set1_epi8(1));
   const __m128i mean = _mm_sub_epi8(_mm_avg_epu8(c.a, c.b), odd);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), mean);
+  StoreVector_SSE2(dst, mean);
 }
 
 // dst is where the tile's first group goes, `last` where its last one goes.

@@ -4,7 +4,8 @@
 // stepX = (cropWidth << 16) / dstWidth; docs/scaling.md draws the positions. Destination rows are
 // made of whole pixel pairs: an odd dstWidth gives rows of dstWidth + 1 pixels.
 //
-// The caller vouches for: a rectangle inside the source, sizes of at most 32767, destination of
+// The caller vouches for: an even srcWidth, a rectangle inside the source whose sizes and positions
+// are at most 32767, a destination of
 // 4 * ((dstWidth + 1) / 2) * dstHeight bytes, no overlap. The pixel that completes an odd dstWidth
 // is sampled up to one column right of the rectangle: where that leaves the source's last row, 4
 // bytes behind the source must be readable. A destination size of 0 or below writes nothing. Level:

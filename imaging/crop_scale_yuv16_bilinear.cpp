@@ -4,6 +4,7 @@
 #include "imaging/crop_scale_yuv16.h"
 #include "imaging/fixed_point.h"
 #include "imaging/interpolate_sse2.h"
+#include "imaging/vectors_sse2.h"
 #include "imaging/yuv16_sample.h"
 #include "imaging/yuv16_window.h"
 #include "module/memory.h"
@@ -115,7 +116,7 @@ void InterpolateRegion_Plain(const Region& r) {
 // works in tiles of columns whose rows the stack can hold, in groups of 4 pairs (8 pixels).
 constexpr int32_t kGroupPairs = 4;
 constexpr int32_t kGroupPixels = 8;
-constexpr int32_t kTileGroups = 16;
+constexpr int32_t kTileGroups = 12;
 constexpr int32_t kTileShuffles = 10;
 
 // The three vectors of a group: its 8 luma, and U and V in turn of the 4 pairs' first and second
@@ -255,7 +256,7 @@ __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, 
         right[i] = _mm_or_si128(right[i], _mm_shuffle_epi8(pixels2, shuffle2.right[i]));
       }
     }
-    const __m128i fraction = _mm_load_si128(reinterpret_cast<const __m128i*>(plan.fractions));
+    const __m128i fraction = LoadVector_SSE2(plan.fractions);
     constexpr int kEven = _MM_SHUFFLE(2, 2, 0, 0);
     constexpr int kOdd = _MM_SHUFFLE(3, 3, 1, 1);
     const __m128i fractions[kVectors] = {
@@ -264,8 +265,7 @@ __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, 
         _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kOdd), kOdd),
     };
     for (int32_t i = 0; i < kVectors; ++i) {
-      _mm_store_si128(reinterpret_cast<__m128i*>(rows[group].lanes[i]),
-                      Interpolate_SSE2(left[i], right[i], fractions[i]));
+      StoreVector_SSE2(rows[group].lanes[i], Interpolate_SSE2(left[i], right[i], fractions[i]));
     }
   }
 }
@@ -276,13 +276,12 @@ void InterpolateDown_SSE2(const GroupRow* top, const GroupRow* bottom, int32_t f
   for (int32_t group = 0; group < groups; ++group) {
     __m128i values[kVectors];
     for (int32_t i = 0; i < kVectors; ++i) {
-      values[i] = Interpolate_SSE2(
-          _mm_load_si128(reinterpret_cast<const __m128i*>(top[group].lanes[i])),
-          _mm_load_si128(reinterpret_cast<const __m128i*>(bottom[group].lanes[i])), fraction);
+      values[i] = Interpolate_SSE2(LoadVector_SSE2(top[group].lanes[i]),
+                                   LoadVector_SSE2(bottom[group].lanes[i]), fraction);
     }
     const __m128i sum = _mm_add_epi16(values[kFirstChroma], values[kSecondChroma]);
     const __m128i chroma = _mm_slli_epi16(_mm_srli_epi16(sum, 1), 8);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_or_si128(values[kLuma], chroma));
+    StoreVector_SSE2(dst, _mm_or_si128(values[kLuma], chroma));
     dst += sizeof chroma;
   }
 }
@@ -337,7 +336,7 @@ void CropScaleYUV16Bilinear(const uint8_t* src, int32_t srcWidth, int32_t srcHei
   if (dstWidth <= 0 || dstHeight <= 0) return;
   const int32_t stepX = FixedPoint(cropWidth) / dstWidth;
   const int32_t stepY = FixedPoint(cropHeight) / dstHeight;
-  if (stepX == 0 || stepY == 0) return;
+  if (stepX <= 0 || stepY <= 0) return;
 
   // Columns and rows whose right and lower neighbours lie inside the source.
   const int32_t innerCols =

@@ -23,8 +23,8 @@ inline int32_t Advance(int32_t position, int32_t step, int32_t count) {
 // The sample right of or below the one at `position`.
 inline int32_t NextSample(int32_t position) { return Advance(position, 0x10000) >> 16; }
 
-// from + (to - from) * fraction / 65536, rounded toward from's side of minus infinity; fraction in
-// 0..65535. The result lies between from and to.
+// from + (to - from) * fraction / 65536 with the product's quotient rounded down; fraction is 0 to
+// 65535. The result lies between from and to.
 inline int32_t Interpolate(int32_t from, int32_t to, int32_t fraction) {
   return (((to - from) * fraction) >> 16) + from;
 }

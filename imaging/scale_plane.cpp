@@ -6,6 +6,7 @@
 
 #include "imaging/fixed_point.h"
 #include "imaging/interpolate_sse2.h"
+#include "imaging/vectors_sse2.h"
 #include "module/memory.h"
 #include "platform/instruction_set.h"
 
@@ -113,12 +114,11 @@ __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, 
   for (int32_t group = 0; group < tile.groups; ++group) {
     const Window& window = tile.windows[group];
     const Shuffle& shuffle = tile.shuffles[window.shuffle];
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + window.start));
-    const __m128i fractions =
-        _mm_load_si128(reinterpret_cast<const __m128i*>(tile.fractions[group]));
+    const __m128i bytes = LoadVector_SSE2(row + window.start);
+    const __m128i fractions = LoadVector_SSE2(tile.fractions[group]);
     const __m128i values = Interpolate_SSE2(_mm_shuffle_epi8(bytes, shuffle.left),
                                             _mm_shuffle_epi8(bytes, shuffle.right), fractions);
-    _mm_store_si128(reinterpret_cast<__m128i*>(groups[group].lanes), values);
+    StoreVector_SSE2(groups[group].lanes, values);
   }
 }
 
@@ -126,9 +126,8 @@ void InterpolateDown_SSE2(const GroupRow* top, const GroupRow* bottom, int32_t f
                           uint8_t* dst, int32_t groups) {
   const __m128i fraction = _mm_set1_epi16(static_cast<int16_t>(fractionY));
   for (int32_t group = 0; group < groups; ++group) {
-    const __m128i values = Interpolate_SSE2(
-        _mm_load_si128(reinterpret_cast<const __m128i*>(top[group].lanes)),
-        _mm_load_si128(reinterpret_cast<const __m128i*>(bottom[group].lanes)), fraction);
+    const __m128i values = Interpolate_SSE2(LoadVector_SSE2(top[group].lanes),
+                                            LoadVector_SSE2(bottom[group].lanes), fraction);
     _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(values, values));
     dst += kGroup;
   }

@@ -1,9 +1,10 @@
 // The 16 source bytes that one byte shuffle can pick from.
 #pragma once
 
-#include <emmintrin.h>
 #include <stddef.h>
 #include <stdint.h>
+
+#include "imaging/vectors_sse2.h"
 
 namespace kolm {
 
@@ -18,7 +19,7 @@ inline uint16_t Yuv16WindowStart(int32_t column, int32_t srcWidth) {
 }
 
 inline __m128i LoadWindow_SSE2(const uint8_t* row, uint16_t start) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + size_t{start} * 4));
+  return LoadVector_SSE2(row + size_t{start} * 4);
 }
 
 }  // namespace kolm

@@ -112,7 +112,8 @@ TEST_P(EffectMemory, RunsAtDispatchLevel) {
   EXPECT_EQ(destination, expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ids, EffectMemory, testing::Range(1u, 19u));
+INSTANTIATE_TEST_SUITE_P(Ids, EffectMemory, testing::Range(1u, 19u),
+                         [](const auto& info) { return "Effect" + std::to_string(info.param); });
 
 }  // namespace
 }  // namespace kolm

@@ -5,6 +5,7 @@
 
 #include "tests/effect_frames.h"
 #include "tests/guarded_run.h"
+#include "tests/reference_effects.h"
 #include "tests/reference_scaling.h"
 
 namespace kolm {
@@ -64,12 +65,26 @@ TEST(Zoom, ParameterBeyondTenIsACopy) {
   }
 }
 
-TEST(Zoom, SidesTooLargeForTheScalerAreCopied) {
-  for (const uint32_t id : {1u, 2u}) {
-    ExpectCopy(id, 32768, 8, 5);
-    ExpectCopy(id, 8, 32768, 5);
-    ExpectCopy(id, 70000, 2, 1);
-  }
+void ExpectReference(uint32_t id, uint32_t width, uint32_t height, uint32_t parameter) {
+  SCOPED_TRACE(testing::Message() << "effect " << id << ", " << width << " x " << height
+                                  << ", parameter " << parameter);
+  const Bytes source = NoiseFrame(width, height);
+  const Bytes result = Apply(id, source, width, height, parameter);
+  EXPECT_EQ(result, reference::ApplyEffect(id, source, width, height, parameter));
+  EXPECT_NE(result, source);
+}
+
+TEST(Zoom, PartsBeyondTheScalersPositionsAreCopied) {
+  ExpectCopy(1, 70000, 8, 1);
+  ExpectCopy(1, 100000, 8, 10);
+  ExpectCopy(2, 32768, 8, 5);
+  ExpectCopy(2, 8, 32768, 5);
+}
+
+TEST(Zoom, LargeFramesWhoseMiddleTheScalerReachesAreEnlarged) {
+  ExpectReference(1, 32768, 8, 1);
+  ExpectReference(1, 40000, 8, 10);
+  ExpectReference(1, 8, 40000, 10);
   const Bytes source = NoiseFrame(32766, 8);
   EXPECT_NE(Apply(1, source, 32766, 8, 5), source);
   EXPECT_NE(Apply(2, source, 32766, 8, 5), source);
@@ -232,9 +247,14 @@ TEST(StripWarp, SizesWithoutStripsOddWidthsAndTooLargeSidesAreACopy) {
   for (const uint32_t id : {17u, 18u}) ExpectCopy(id, 640, 29, 0);
   for (const uint32_t id : {15u, 16u, 17u, 18u}) {
     ExpectCopy(id, 641, 48, 0);
-    ExpectCopy(id, 32768, 30, 0);
-    ExpectCopy(id, 60, 32768, 0);
+    ExpectCopy(id, 32784, 32, 0);
+    ExpectCopy(id, 64, 32784, 0);
   }
+}
+
+TEST(StripWarp, SlicesUpToTheScalersLastPositionAreWarped) {
+  for (const uint32_t id : {15u, 16u}) ExpectReference(id, 32768, 30, 0);
+  for (const uint32_t id : {17u, 18u}) ExpectReference(id, 60, 32768, 0);
 }
 
 TEST(StripWarp, ParameterIsIgnored) {

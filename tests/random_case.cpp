@@ -3,6 +3,7 @@
 #include "tests/random_case.h"
 
 #include <gtest/gtest.h>
+#include <sanitizer/common_interface_defs.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -18,7 +19,7 @@
 #include "tests/guarded_run.h"
 
 // Defined where a sanitizer is linked in.
-extern "C" [[gnu::weak]] void __sanitizer_set_death_callback(void (*callback)());
+#pragma weak __sanitizer_set_death_callback
 
 namespace kolm {
 namespace {

@@ -93,12 +93,13 @@ std::string CompareEffect(Random& random, uint32_t id, Size size) {
 class RandomEffect : public testing::TestWithParam<uint32_t> {};
 
 TEST_P(RandomEffect, EqualsItsReference) {
-  ForEachRandomCase(250, [](Random& random) {
+  ForEachRandomCase(400, [](Random& random) {
     return CompareEffect(random, GetParam(), RandomFrameSize(random));
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Ids, RandomEffect, testing::Range(1u, 19u));
+INSTANTIATE_TEST_SUITE_P(Ids, RandomEffect, testing::Range(1u, 19u),
+                         [](const auto& info) { return "Effect" + std::to_string(info.param); });
 
 // Work buffers that are one byte too small show here.
 class GuardedPool : public testing::TestWithParam<host::PoolGuard> {
@@ -122,7 +123,10 @@ TEST_P(GuardedPool, EveryEffectStaysInItsWorkBuffers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Placements, GuardedPool,
-                         testing::Values(host::PoolGuard::Behind, host::PoolGuard::Before));
+                         testing::Values(host::PoolGuard::Behind, host::PoolGuard::Before),
+                         [](const auto& info) {
+                           return info.param == host::PoolGuard::Behind ? "Behind" : "Before";
+                         });
 
 TEST(FramesWithoutPixels, NothingIsReadOrWritten) {
   for (uint32_t id = 1; id <= 18; ++id) {

@@ -139,12 +139,14 @@ TEST_P(StoredBackground, EqualsItsReferenceAtCameraSize) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, StoredBackground,
-                         testing::Values(std::pair(1280, 720), std::pair(1920, 1080),
-                                         std::pair(176, 144), std::pair(640, 480),
-                                         std::pair(800, 600), std::pair(854, 480),
-                                         std::pair(1366, 768), std::pair(641, 481),
-                                         std::pair(643, 479)));
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, StoredBackground,
+    testing::Values(std::pair(1280, 720), std::pair(1920, 1080), std::pair(176, 144),
+                    std::pair(640, 480), std::pair(800, 600), std::pair(854, 480),
+                    std::pair(1366, 768), std::pair(641, 481), std::pair(643, 479)),
+    [](const auto& info) {
+      return std::to_string(info.param.first) + "x" + std::to_string(info.param.second);
+    });
 
 TEST(RandomScaling, RowsOfALargerPictureKeepTheirSurroundings) {
   ForEachRandomCase(300, [](Random& random) {

@@ -7,8 +7,12 @@
 namespace kolm::reference {
 namespace {
 
-// The scaler's 16.16 positions hold no larger column or row.
-constexpr uint32_t kLargestScaledSide = 32767;
+// Thrown where a rectangle asks for positions that 16.16 fixed point in 32 bits does not hold.
+struct PositionsTooLarge {};
+
+bool PositionsHold(int64_t first, int64_t size) {
+  return size * 0x10000 <= INT32_MAX && (first + size - 1) * 0x10000 <= INT32_MAX;
+}
 
 struct Frame {
   const Bytes& source;
@@ -20,10 +24,13 @@ struct Frame {
     return row * RowBytes() + size_t{column} * 2;
   }
   int Luma(uint32_t row, uint32_t column) const { return source.at(Offset(row, column)); }
-  Bytes Copy() const { return Bytes(source.begin(), source.begin() + Size()); }
-  bool Scales() const { return width <= kLargestScaledSide && height <= kLargestScaledSide; }
+  Bytes Copy() const { return Bytes(source.data(), source.data() + Size()); }
   Crop Whole() const { return {0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)}; }
   Bytes Scaled(uint32_t dstWidth, uint32_t dstHeight, Crop crop) const {
+    if (!PositionsHold(crop.x, static_cast<uint32_t>(crop.width)) ||
+        !PositionsHold(crop.y, static_cast<uint32_t>(crop.height))) {
+      throw PositionsTooLarge{};
+    }
     return CropScaleYuv16(source, static_cast<int32_t>(width), static_cast<int32_t>(dstWidth),
                           static_cast<int32_t>(dstHeight), crop);
   }
@@ -42,13 +49,14 @@ uint32_t Even(uint32_t value) { return value - value % 2; }
 
 void AppendLine(Bytes& out, const Bytes& picture, uint32_t width, uint32_t row) {
   const size_t rowBytes = size_t{width} * 2;
-  out.insert(out.end(), picture.begin() + row * rowBytes, picture.begin() + (row + 1) * rowBytes);
+  const uint8_t* line = &picture.at(row * rowBytes);
+  out.insert(out.end(), line, line + rowBytes);
 }
 
 // ---- Geometry ----
 
 Bytes ZoomIn(const Frame& frame, uint32_t parameter) {
-  if (parameter == 0 || parameter > 10 || !frame.Scales() || frame.width % 2 == 1) {
+  if (parameter == 0 || parameter > 10 || frame.width % 2 == 1) {
     return frame.Copy();
   }
   const auto cropSide = [&](uint32_t side) {
@@ -64,7 +72,7 @@ Bytes ZoomIn(const Frame& frame, uint32_t parameter) {
 }
 
 Bytes ZoomOut(const Frame& frame, uint32_t parameter) {
-  if (parameter == 0 || parameter > 10 || !frame.Scales()) return frame.Copy();
+  if (parameter == 0 || parameter > 10) return frame.Copy();
   const auto reducedSide = [&](uint32_t side) {
     return Even(side - (side - side / 4) * parameter / 10);
   };
@@ -72,7 +80,7 @@ Bytes ZoomOut(const Frame& frame, uint32_t parameter) {
   if (width == 0 || height == 0) return frame.Copy();
   const Bytes reduced = frame.Scaled(width, height, frame.Whole());
   Bytes out = Black(frame);
-  const size_t left = (frame.width - width) / 4 * 4;
+  const size_t left = size_t{frame.width - width} / 4 * 4;
   const size_t top = (frame.height - height) / 2;
   for (size_t row = 0; row < height; ++row) {
     for (size_t byte = 0; byte < size_t{width} * 2; ++byte) {
@@ -83,9 +91,7 @@ Bytes ZoomOut(const Frame& frame, uint32_t parameter) {
 }
 
 Bytes PictureGrid(const Frame& frame, uint32_t parameter) {
-  if (static_cast<int32_t>(parameter) <= 1 || !frame.Scales() || frame.width % 2 == 1) {
-    return frame.Copy();
-  }
+  if (static_cast<int32_t>(parameter) <= 1 || frame.width % 2 == 1) return frame.Copy();
   const uint32_t tileWidth = Even(frame.width / parameter);
   const uint32_t tileHeight = frame.height / parameter;
   if (tileWidth == 0 || tileHeight == 0) return frame.Copy();
@@ -137,7 +143,7 @@ Bytes Stacked(const Frame& frame, const Strips& heights) {
 }
 
 Bytes StripWarp(const Frame& frame, bool horizontal, bool bulge) {
-  if (!frame.Scales() || frame.width % 2 == 1) return frame.Copy();
+  if (frame.width % 2 == 1) return frame.Copy();
   if (horizontal) {
     const uint32_t k = frame.width / 60;
     if (k == 0) return frame.Copy();
@@ -295,7 +301,7 @@ Means WindowMeans(const Frame& frame, uint32_t radius, uint32_t column, uint32_t
   for (uint32_t y = top; y <= bottom; ++y) {
     for (uint32_t x = left; x <= right; ++x) {
       const uint8_t* pair = &frame.source.at(frame.Offset(y, x - x % 2));
-      sums.y += pair[x % 2 * 2];
+      sums.y += pair[x % 2 == 0 ? 0 : 2];
       sums.u += pair[1];
       sums.v += pair[3];
       ++count;
@@ -333,9 +339,9 @@ std::array<uint8_t, 4> BlurredPair(const Bytes& source, uint32_t width, uint32_t
           static_cast<uint8_t>(b.y), static_cast<uint8_t>((a.v + b.v) / 2)};
 }
 
-Bytes ApplyEffect(uint32_t id, const Bytes& source, uint32_t width, uint32_t height,
-                  uint32_t parameter) {
-  const Frame frame = {source, width, height};
+namespace {
+
+Bytes ApplyToFrame(uint32_t id, const Frame& frame, uint32_t parameter) {
   switch (id) {
     case 1:
       return ZoomIn(frame, parameter);
@@ -375,6 +381,18 @@ Bytes ApplyEffect(uint32_t id, const Bytes& source, uint32_t width, uint32_t hei
       return StripWarp(frame, false, false);
     default:
       throw std::invalid_argument("no such effect");
+  }
+}
+
+}  // namespace
+
+Bytes ApplyEffect(uint32_t id, const Bytes& source, uint32_t width, uint32_t height,
+                  uint32_t parameter) {
+  const Frame frame = {source, width, height};
+  try {
+    return ApplyToFrame(id, frame, parameter);
+  } catch (const PositionsTooLarge&) {
+    return frame.Copy();
   }
 }
 

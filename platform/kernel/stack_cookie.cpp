@@ -15,17 +15,17 @@ uintptr_t __stack_chk_guard = 0x00002B992DDFA232;
 [[noreturn]] void KolmStackCookieBroken(const uintptr_t* frame, uintptr_t difference1,
                                         uintptr_t difference2);
 
-// The compiler calls this with the difference between the damaged cookie and the right one in rax
-// or, where rax holds a result, in rdx, and the damaged frame right above the return address.
-[[noreturn]] void __stack_chk_fail();
-asm(".globl __stack_chk_fail\n"
-    "__stack_chk_fail:\n"
-    "  leaq 8(%rsp), %rcx\n"
-    "  movq %rdx, %r8\n"
-    "  movq %rax, %rdx\n"
-    "  andq $-16, %rsp\n"
-    "  subq $32, %rsp\n"
-    "  call KolmStackCookieBroken\n");
+// The compiler calls this with the difference between the damaged cookie and the right one in a
+// register that it had free at the end of the damaged function, rax or rdx, and with that
+// function's frame right above the return address.
+[[noreturn]] __attribute__((naked)) void __stack_chk_fail() {
+  asm("leaq 8(%rsp), %rcx\n\t"
+      "movq %rdx, %r8\n\t"
+      "movq %rax, %rdx\n\t"
+      "andq $-16, %rsp\n\t"
+      "subq $32, %rsp\n\t"
+      "call KolmStackCookieBroken");
+}
 }
 
 namespace kolm {
@@ -44,15 +44,16 @@ void InitialiseStackCookie() {
 
 }  // namespace kolm
 
-// Only the true difference leads to a value that stands in the damaged frame.
+// The true difference leads to a value that stands in the damaged frame; where neither is found,
+// the first is taken for it. A difference of 0 is no damage.
 __attribute__((no_stack_protector)) void KolmStackCookieBroken(const uintptr_t* frame,
                                                                uintptr_t difference1,
                                                                uintptr_t difference2) {
   const uintptr_t cookie = __stack_chk_guard;
   uintptr_t damaged = cookie + difference1;
   for (size_t i = 0; i < kolm::kLargestFrameWords; ++i) {
-    if (frame[i] == cookie + difference1) break;
-    if (frame[i] == cookie + difference2) {
+    if (difference1 != 0 && frame[i] == cookie + difference1) break;
+    if (difference2 != 0 && frame[i] == cookie + difference2) {
       damaged = cookie + difference2;
       break;
     }
