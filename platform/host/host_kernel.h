@@ -1,18 +1,20 @@
 // The host's side of the kernel calls, as tests, fuzzers and tools see it: how pool blocks are
-// guarded and counted, where debugger lines go, which level a thread runs at, what a broken promise
-// does. Nothing here exists in Kolm.sys.
+// guarded and counted, where debugger lines go, which files are found and who sees the calls, which
+// level a thread runs at, what a broken promise does. Nothing here exists in Kolm.sys.
 //
-// A broken promise of the module (a leak is not one of them: ask DescribePoolBlocks) ends the
-// process with a message and the call stack on standard error, so that tests use death tests for
-// it: a write outside a pool block, a double free, the free of something that is no block, a
-// changed freed block, an allocation of no bytes, without a tag or of another pool type, a call
-// above its level, a debugger line with an unknown conversion. What the processor or a sanitizer
-// notices by itself ends the process in its own way.
+// A broken promise of the module (a leak is not one of them: ask DescribePoolBlocks and
+// DescribeOpenHandles) ends the process with a message and the call stack on standard error, so
+// that tests use death tests for it: a write outside a pool block, a double free, the free of
+// something that is no block, a changed freed block, an allocation of no bytes, without a tag or of
+// another pool type, a call above its level, a debugger line with an unknown conversion, a file
+// call that asks for more than reading, a read into memory that is not there, a handle closed
+// twice. What the processor or a sanitizer notices by itself ends the process in its own way.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -71,6 +73,66 @@ void FailAllocationsBySeed(uint64_t seed, uint32_t oneIn);
 // restores standard error. A text is at most 511 bytes long, the rest is lost. 16-bit characters
 // above 0x7F show as '?', a null string as (null).
 void SetDebugSink(std::function<void(const std::string& text)> sink);
+
+// ---- Files ----
+
+// The name \SystemRoot\... means a file in the folder that the environment variable
+// KOLM_SYSTEM_ROOT names at the time of the call, \??\Z:\... a file anywhere. Names are matched
+// without regard to case where there is none of exactly that name. A file without permission to its
+// owner is closed to everybody. Sharing holds among the handles of this process.
+
+// One call with all its arguments; those that the call does not have stay as they are here.
+struct FileCall {
+  std::string name;        // "ZwCreateFile" and so on
+  void* handle = nullptr;  // for ZwCreateFile what stands where the handle goes
+
+  // ZwCreateFile
+  uint32_t desiredAccess = 0;
+  uint32_t objectLength = 0;  // of the object attributes' structure, as it says
+  void* rootDirectory = nullptr;
+  uint32_t objectAttributes = 0;
+  void* securityDescriptor = nullptr;
+  void* securityQualityOfService = nullptr;
+  std::u16string fileName;
+  uint16_t nameLength = 0;         // in bytes
+  uint16_t nameMaximumLength = 0;  // in bytes
+  bool hasAllocationSize = false;
+  uint32_t fileAttributes = 0;
+  uint32_t shareAccess = 0;
+  uint32_t createDisposition = 0;
+  uint32_t createOptions = 0;
+  void* eaBuffer = nullptr;
+  uint32_t eaLength = 0;
+
+  // ZwQueryInformationFile and ZwReadFile
+  void* buffer = nullptr;
+  uint32_t length = 0;
+
+  // ZwQueryInformationFile
+  int32_t informationClass = 0;
+  bool informationZeroed = false;  // all `length` bytes, when the call came
+
+  // ZwReadFile
+  void* event = nullptr;
+  void* apcRoutine = nullptr;
+  void* apcContext = nullptr;
+  std::optional<int64_t> offset;
+  bool hasKey = false;
+};
+
+// Receives each file call before it is done, on the calling thread, one at a time; null stops it.
+void SetFileCallObserver(std::function<void(const FileCall&)> observer);
+
+// Lets file calls fail: `decide` is asked at each call, one at a time, and a status other than 0 is
+// returned instead of doing it (a ZwClose so treated leaves its handle open). Null stops it.
+void SetFileFailure(std::function<int32_t(const FileCall&)> decide);
+
+// The handles now open.
+size_t OpenHandles();
+
+// An empty string, or the name and the opening call's stack of each open handle, for a test to
+// show.
+std::string DescribeOpenHandles();
 
 // ---- Calling level (IRQL), kept per thread ----
 
