@@ -115,28 +115,60 @@ KOLM_API int32_t Kolm_VE_RunVideoEffect(EffectRoutine routine, const uint8_t* so
 /* There is nothing to release: only the debugger line is written. Returns 0. */
 KOLM_API int32_t Kolm_VE_UninitVideoEffect(void);
 
-/* ---- Background replacement ---- */
+/* ---- Background replacement: load a record, scale it once to the stream's size, blend it with
+ * every frame. docs/background.md tells layouts, rounding and bitmap files. ---- */
 
 /* Reads record recordIndex (from 1) of the store \SystemRoot\system32\KolmBg.img into *record,
- * 921600 bytes. Level: PASSIVE. Not available in this version: nothing is read and the result is
- * 0xC0000002 (STATUS_NOT_IMPLEMENTED). */
+ * 921600 bytes. Level: PASSIVE. Nothing is allocated.
+ *
+ * Returns the failure of the open (for instance 0xC0000034, no such file, or 0xC0000043, in use),
+ * and otherwise what closing the file gave, normally 0, even where nothing was read: a caller that
+ * needs to know marks *record beforehand. Index 0, one past the end and 2332 to 4661 leave *record
+ * as it was; still higher ones may read from the middle of a record. Of a record that runs past the
+ * file's end only the part that is there is written. */
 KOLM_API int32_t Kolm_BG_LoadBackground(uint32_t recordIndex, uint8_t* record);
 
 /* Scales *record (921600 bytes) to width x height pixels into destination: a Yuv16Frame of
- * width * height * 2 bytes, directly followed by its alpha plane of width * height bytes.
- * Level: up to DISPATCH. Not available in this version: nothing is written. Returns 0. */
+ * width * height * 2 bytes, directly followed by its alpha plane of width * height bytes. The two
+ * buffers must not overlap. Level: up to DISPATCH. Nothing is allocated. Returns 0.
+ *
+ * Scaling up reads behind the record, and some of what stands there has weight in the alpha plane's
+ * last rows and columns. 641 readable bytes, zeroed, are enough for every size. What is read at
+ * most:
+ *
+ *                     height to 959    height from 960
+ *   width to 1279     nothing          640 bytes
+ *   width from 1280   1 byte           641 bytes
+ *
+ * (1 byte without weight for 1280 x 720, 641 bytes for 1920 x 1080.) An odd width makes rows of
+ * width + 1 pixels, which do not fit what Kolm_BG_AlphaBlending expects; no byte behind destination
+ * is written. Nothing is written if width is below 2, height is 0 or below, or the frame would be
+ * 2 GB or more. */
 KOLM_API int32_t Kolm_BG_ScaleBackground(const uint8_t* record, uint8_t* destination,
                                          uint32_t width, int32_t height);
 
 /* Lays a scaled background (width * height * 3 bytes, as Kolm_BG_ScaleBackground makes it) over the
  * Yuv16Frame live into the Yuv16Frame output, each of width * height * 2 bytes; output may be live.
- * Level: any. Not available in this version: nothing is written. Returns 0. */
+ * Every result is a 256th of the two weighted bytes' sum, the weights adding up to 255: where only
+ * one has weight, one less than it, but for 0. An odd pixel count needs no spare bytes. If
+ * width * height, taken as a signed 32-bit number, is 0 or below, nothing is read or written.
+ * Level: any. Nothing is allocated. Returns 0. */
 KOLM_API int32_t Kolm_BG_AlphaBlending(uint32_t width, uint32_t height, const uint8_t* background,
                                        const uint8_t* live, uint8_t* output);
 
-/* Builds *record, 921600 bytes, from an uncompressed 24- or 32-bit bitmap file. path is
- * zero-terminated and in the kernel's object-name form. Level: PASSIVE. Not available in this
- * version: nothing is read and the result is 0xC0000002 (STATUS_NOT_IMPLEMENTED). */
+/* Builds *record, 921600 bytes, from an uncompressed bitmap file of any size with 24 bits a pixel
+ * (alpha becomes 255) or 32 (alpha is the fourth byte). path is zero-terminated and in the kernel's
+ * object-name form, for instance "\\??\\C:\\room.bmp". The file is opened with the system's rights,
+ * not with those of the caller's user. Level: PASSIVE. Work buffers are taken from non-paged pool
+ * and given back before the call returns.
+ *
+ * On a failure *record is as it was. Returns
+ *   0            the record is made
+ *   0xC0000001   no bitmap, one of another kind, or one of a size that cannot be
+ *   0xC000009A   no memory for the pixels
+ *   0xC0000106   path has more than 32766 characters
+ *   another      the failure of the open, or of the read of the pixels (0xC0000011: the file ends
+ *                before them) */
 KOLM_API int32_t Kolm_BG_LoadFromFile(const KolmPathCharacter* path, uint8_t* record);
 
 /* ---- Face tracking: no two calls of this family at the same time. Level: PASSIVE. ---- */

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr int32_t kNotImplemented = static_cast<int32_t>(0xC0000002);
+constexpr int32_t kObjectPathNotFound = static_cast<int32_t>(0xC000003A);
 
 class Exports : public testing::Test {
  protected:
@@ -149,23 +150,25 @@ TEST_F(Exports, UninitVideoEffectOnlyPrints) {
   EXPECT_EQ(lines, Lines({"Kolm: Kolm_VE_UninitVideoEffect\n"}));
 }
 
-TEST_F(Exports, LoadBackgroundIsNotAvailable) {
+TEST_F(Exports, LoadBackgroundPrintsItsLineBeforeItOpens) {
   std::vector<uint8_t> record(sizeof(BackgroundRecord), 0xA5);
   const std::vector<uint8_t> before = record;
-  EXPECT_EQ(Kolm_BG_LoadBackground(1, record.data()), kNotImplemented);
-  EXPECT_EQ(lines, Lines({"Kolm: Kolm_BG_LoadBackground\n"}));
+  unsetenv("KOLM_SYSTEM_ROOT");
+  EXPECT_EQ(Kolm_BG_LoadBackground(1, record.data()), kObjectPathNotFound);
+  EXPECT_EQ(lines, Lines({"Kolm: Kolm_BG_LoadBackground\n", "FileOpen : Error"}));
   EXPECT_EQ(record, before);
 }
 
 TEST_F(Exports, LoadFromFilePrintsWhatANarrowReadOfThePathShows) {
   std::vector<uint8_t> record(sizeof(BackgroundRecord), 0xA5);
   const std::vector<uint8_t> before = record;
-  EXPECT_EQ(Kolm_BG_LoadFromFile(u"\\SystemRoot\\x", record.data()), kNotImplemented);
+  unsetenv("KOLM_SYSTEM_ROOT");
+  EXPECT_EQ(Kolm_BG_LoadFromFile(u"\\SystemRoot\\x", record.data()), kObjectPathNotFound);
   // The second byte of the first character ends it; two bytes that are both set are both shown.
   const KolmPathCharacter wide[] = {0x6261, 0x63, 0};
-  EXPECT_EQ(Kolm_BG_LoadFromFile(wide, record.data()), kNotImplemented);
-  EXPECT_EQ(lines,
-            Lines({"Kolm: Kolm_BG_LoadFromFile, \\\n", "Kolm: Kolm_BG_LoadFromFile, abc\n"}));
+  EXPECT_LT(Kolm_BG_LoadFromFile(wide, record.data()), 0);
+  EXPECT_EQ(lines, Lines({"Kolm: Kolm_BG_LoadFromFile, \\\n", "FileOpen : Error",
+                          "Kolm: Kolm_BG_LoadFromFile, abc\n", "FileOpen : Error"}));
   EXPECT_EQ(record, before);
 }
 
