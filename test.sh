@@ -19,8 +19,9 @@ packages=(
   cmake ninja-build pkg-config python3
   g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev libswscale-dev libavutil-dev
   clang libclang-rt-dev llvm
-  g++-mingw-w64-x86-64 wine64
+  gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck
+  imagemagick
 )
 
 passed=0
@@ -76,10 +77,10 @@ run_tests() {
 }
 
 fuzz() {
-  local target=$1 folder="build/fuzz/$1"
-  mkdir -p "$folder"
+  local target=$1 folder="build/fuzz/$1" seeds="build/host-sanitized/fuzz/seeds/$1"
+  mkdir -p "$folder" "$seeds"
   build/host-sanitized/fuzz/"$target" -max_total_time=60 -max_len=128 -len_control=0 \
-    -artifact_prefix="$folder-" -print_final_stats=1 -verbosity=0 "$folder"
+    -artifact_prefix="$folder-" -print_final_stats=1 -verbosity=0 "$folder" "$seeds"
 }
 
 if ! scripts/install-packages.sh "${packages[@]}"; then
