@@ -1,20 +1,26 @@
 // The calls that the console program has the driver make under Wine and that the host program
-// repeats, and the frames they get.
+// repeats, and the frames and files they get.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "probe/client.h"
 
 namespace kolm::probe {
 
-// One is wider than 1920, two are not whole numbers of 16 x 16 blocks.
-constexpr struct {
+struct Size {
   uint32_t width, height;
-} kSizes[] = {{640, 480}, {1280, 720}, {2560, 1440}, {854, 480}, {426, 240}, {176, 144}};
+};
+
+// One is wider than 1920, two are not whole numbers of 16 x 16 blocks.
+constexpr Size kSizes[] = {{640, 480}, {1280, 720}, {2560, 1440},
+                           {854, 480}, {426, 240},  {176, 144}};
 
 struct Answer {
   ClientReply reply;
@@ -67,9 +73,113 @@ inline void MakeAllCalls(const Call& call, const std::vector<std::vector<uint8_t
     RunAllEffects(call, width, height, photographs[i]);
   }
 
-  call({kClientBackground, 0, 640, 720, 0}, DrawFrame(640, 720));
   call({kClientFaceTracking, 0, kSizes[0].width, kSizes[0].height, 0}, photographs[0]);
   call({kClientUnloading, 0, 0, 0, 0}, {});
+}
+
+// Background replacement: the stores and bitmaps that the host program writes.
+
+constexpr Size kOverlaySizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {176, 144}};
+
+// A record has the size of a frame of 640 x 720.
+constexpr Size kRecordSize = {KOLM_BACKGROUND_WIDTH,
+                              sizeof(BackgroundRecord) / 2 / KOLM_BACKGROUND_WIDTH};
+
+constexpr char kFullStore[] = "full.img";
+constexpr char kCutStore[] = "cut.img";
+constexpr char kEmptyStore[] = "empty.img";
+
+struct Bitmap {
+  const char* name;
+  uint32_t width, height, bits;
+  bool topDown;
+  uint32_t missingBytes;  // at the file's end
+};
+
+constexpr Bitmap kBitmaps[] = {
+    {"same-24.bmp", 640, 480, 24, false, 0},
+    {"same-24-top-down.bmp", 640, 480, 24, true, 0},
+    {"same-32.bmp", 640, 480, 32, false, 0},
+    {"same-32-top-down.bmp", 640, 480, 32, true, 0},
+    {"small-24.bmp", 320, 240, 24, false, 0},
+    {"small-24-top-down.bmp", 320, 240, 24, true, 0},
+    {"small-32.bmp", 320, 240, 32, false, 0},
+    {"small-32-top-down.bmp", 320, 240, 32, true, 0},
+    {"large-24.bmp", 800, 600, 24, false, 0},
+    {"large-24-top-down.bmp", 800, 600, 24, true, 0},
+    {"large-32.bmp", 800, 600, 32, false, 0},
+    {"large-32-top-down.bmp", 800, 600, 32, true, 0},
+    {"grey-8.bmp", 640, 480, 8, false, 0},
+    {"cut-24.bmp", 640, 480, 24, false, 300001},
+    {"no-pixels-32.bmp", 16, 16, 32, false, 16 * 16 * 4},
+    {"no-header.bmp", 16, 16, 24, false, 16 * 16 * 3 + 40},
+};
+constexpr char kMissingBitmap[] = "missing.bmp";
+
+// `folder` is the host's absolute path of the files; `machineRoot`, put before it, and `systemRoot`
+// are names that the program itself can open.
+struct Files {
+  std::string folder, machineRoot, systemRoot;
+
+  std::filesystem::path At(const std::string& name) const {
+    return machineRoot + folder + "/" + name;
+  }
+  std::filesystem::path Store() const { return systemRoot + "/system32/KolmBg.img"; }
+};
+
+// Lets the store be a copy of the file `name`.
+inline void PutStore(const Files& files, const std::string& name) {
+  std::filesystem::remove(files.Store());
+  std::filesystem::copy_file(files.At(name), files.Store());
+}
+
+// A frame of a record's size that begins with the zero-terminated path by which the kernel knows
+// the file.
+inline std::vector<uint8_t> PathBytes(const Files& files, const std::string& name) {
+  std::u16string path = u"\\??\\Z:";
+  for (const char character : files.folder + "/" + name) {
+    path += character == '/' ? u'\\' : static_cast<char16_t>(character);
+  }
+  std::vector<uint8_t> bytes = DrawFrame(kRecordSize.width, kRecordSize.height);
+  std::memcpy(bytes.data(), path.c_str(), (path.size() + 1) * sizeof(char16_t));
+  return bytes;
+}
+
+// `lives` holds a frame for each overlay size.
+inline void OverlayRecord(const Call& call, const std::vector<uint8_t>& record,
+                          const std::vector<std::vector<uint8_t>>& lives) {
+  for (size_t i = 0; i < lives.size(); ++i) {
+    std::vector<uint8_t> source = record;
+    source.resize(kClientOverlayHead);
+    source.insert(source.end(), lives[i].begin(), lives[i].end());
+    call({kClientOverlay, 0, kOverlaySizes[i].width, kOverlaySizes[i].height, 0}, source);
+  }
+}
+
+// `photographs` holds a frame for each overlay size.
+inline void MakeBackgroundCalls(const Call& call, const Files& files,
+                                const std::vector<std::vector<uint8_t>>& photographs) {
+  // Whatever could be loaded is laid over the photographs.
+  const auto load = [&](uint32_t operation, uint32_t index, const std::vector<uint8_t>& bytes) {
+    const Answer answer = call({operation, 0, kRecordSize.width, kRecordSize.height, index}, bytes);
+    if (answer.frame != bytes) OverlayRecord(call, answer.frame, photographs);
+  };
+  const std::vector<uint8_t> noise = DrawFrame(kRecordSize.width, kRecordSize.height);
+
+  PutStore(files, kFullStore);
+  // Offsets are kept in 32 bits: 2332 wraps to a negative one, 4662 to one within the file.
+  for (const uint32_t index : {1, 2, 3, 0, 4, 2332, 4662}) load(kClientLoadRecord, index, noise);
+  PutStore(files, kCutStore);
+  for (const uint32_t index : {2, 3, 4}) load(kClientLoadRecord, index, noise);
+  PutStore(files, kEmptyStore);
+  load(kClientLoadRecord, 1, noise);
+  std::filesystem::remove(files.Store());
+  load(kClientLoadRecord, 1, noise);
+
+  for (const Bitmap& bitmap : kBitmaps) {
+    load(kClientLoadBitmap, 0, PathBytes(files, bitmap.name));
+  }
+  load(kClientLoadBitmap, 0, PathBytes(files, kMissingBitmap));
 }
 
 }  // namespace kolm::probe

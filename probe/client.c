@@ -28,16 +28,26 @@ static void Run(const ClientRequest* request, const uint8_t* source, ClientReply
   reply->results[2] = Kolm_VE_UninitVideoEffect();
 }
 
-static void ReplaceBackground(const uint8_t* record, ClientReply* reply, uint8_t* destination) {
-  static const KolmPathCharacter kPath[] = {'\\', '?', '?', '\\', 'C', ':', '\\',
-                                            'n',  'o', '.', 'b',  'm', 'p', 0};
+/* Where nothing is read, the source comes back. */
+static void LoadRecord(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
+                       uint8_t* destination) {
+  *(BackgroundRecord*)destination = *(const BackgroundRecord*)source;
+  reply->results[0] = Kolm_BG_LoadBackground(request->parameter, destination);
+}
 
-  reply->results[0] = Kolm_BG_LoadBackground(0, destination);
-  reply->results[1] = Kolm_BG_LoadFromFile(kPath, destination);
-  reply->results[2] =
-      Kolm_BG_ScaleBackground(record, destination, KOLM_BACKGROUND_WIDTH, KOLM_BACKGROUND_HEIGHT);
-  reply->results[3] = Kolm_BG_AlphaBlending(KOLM_BACKGROUND_WIDTH, KOLM_BACKGROUND_HEIGHT, record,
-                                            destination, destination);
+static void LoadBitmap(const uint8_t* source, ClientReply* reply, uint8_t* destination) {
+  *(BackgroundRecord*)destination = *(const BackgroundRecord*)source;
+  reply->results[0] = Kolm_BG_LoadFromFile((const KolmPathCharacter*)source, destination);
+}
+
+static void Overlay(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
+                    uint8_t* destination) {
+  uint8_t* blended = destination + (size_t)request->width * request->height * 3;
+
+  reply->results[0] =
+      Kolm_BG_ScaleBackground(source, destination, request->width, (int32_t)request->height);
+  reply->results[1] = Kolm_BG_AlphaBlending(request->width, request->height, destination,
+                                            source + kClientOverlayHead, blended);
 }
 
 static void TrackFace(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
@@ -75,8 +85,14 @@ void CallKolm(const ClientRequest* request, const uint8_t* source, ClientReply* 
     case kClientRun:
       Run(request, source, reply, destination);
       break;
-    case kClientBackground:
-      ReplaceBackground(source, reply, destination);
+    case kClientLoadRecord:
+      LoadRecord(request, source, reply, destination);
+      break;
+    case kClientLoadBitmap:
+      LoadBitmap(source, reply, destination);
+      break;
+    case kClientOverlay:
+      Overlay(request, source, reply, destination);
       break;
     case kClientFaceTracking:
       TrackFace(request, source, reply, destination);

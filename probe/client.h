@@ -1,5 +1,6 @@
 /* Requests to the client: what travels from the console program to the driver and back. Each
- * structure is followed by a frame of width * height * 2 bytes (none where either is 0). */
+ * structure is followed by bytes: ClientSourceBytes behind a request, ClientDestinationBytes behind
+ * its reply. */
 #ifndef KOLM_PROBE_CLIENT_H
 #define KOLM_PROBE_CLIENT_H
 
@@ -18,7 +19,9 @@ enum ClientOperation {
   kClientUnloading,   /* driver only: calls DllUnload */
   kClientLookUp,      /* range, default and routine of effectId */
   kClientRun,         /* effectId over the frame */
-  kClientBackground,  /* all background exports; the frame, 640 x 720, is a record's bytes */
+  kClientLoadRecord,  /* the store's record `parameter` into the frame, 640 x 720 */
+  kClientLoadBitmap,  /* the same from the bitmap whose path the frame begins with */
+  kClientOverlay,     /* a record scaled to the frame's size and blended over it */
   kClientFaceTracking /* all face-tracking exports over the frame */
 };
 
@@ -37,8 +40,26 @@ typedef struct ClientReply {
   char imageName[16]; /* of the load check */
 } ClientReply;
 
-/* Answers the operations from kClientLookUp on. *reply and the frame at destination must be zeroed;
- * source and destination hold width * height * 2 bytes each. */
+enum {
+  /* Zeroed bytes behind a record that is to be scaled up. */
+  kClientRecordMargin = 1024,
+  kClientOverlayHead = sizeof(BackgroundRecord) + kClientRecordMargin
+};
+
+/* A frame; for an overlay the record with its margin and then the frame. */
+static inline uint64_t ClientSourceBytes(const ClientRequest* request) {
+  const uint64_t frame = (uint64_t)request->width * request->height * 2;
+  return request->operation == kClientOverlay ? kClientOverlayHead + frame : frame;
+}
+
+/* A frame; for an overlay the scaled background and then the frame. */
+static inline uint64_t ClientDestinationBytes(const ClientRequest* request) {
+  const uint64_t pixels = (uint64_t)request->width * request->height;
+  return pixels * (request->operation == kClientOverlay ? 5 : 2);
+}
+
+/* Answers the operations from kClientLookUp on. *reply and the bytes at destination must be zeroed;
+ * source holds ClientSourceBytes, destination ClientDestinationBytes. */
 void CallKolm(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
               uint8_t* destination);
 

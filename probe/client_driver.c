@@ -7,8 +7,8 @@
 
 #define POOL_TAG 0x72506D4B /* reads KmPr */
 
-/* Keeps a frame's size in 32 bits. */
-#define LARGEST_FRAME (64u << 20)
+/* Keeps sizes in 32 bits. */
+#define LARGEST_TRANSFER (64u << 20)
 
 /* The kernel exports both; the headers lack them. */
 NTSYSAPI PVOID NTAPI RtlPcToFileHeader(PVOID address, PVOID* image);
@@ -91,22 +91,72 @@ static NTSTATUS CallDllUnload(ClientReply* reply) {
   return STATUS_SUCCESS;
 }
 
-/* The request and its frame arrive in the buffer in which the reply and its frame go back. */
+/* Stands in for ZwCreateFile in Kolm.sys. Wine's kernel has no \SystemRoot. */
+static NTSTATUS NTAPI CreateFileInWindows(PHANDLE file, ACCESS_MASK access,
+                                          POBJECT_ATTRIBUTES attributes, PIO_STATUS_BLOCK ioStatus,
+                                          PLARGE_INTEGER allocationSize, ULONG fileAttributes,
+                                          ULONG share, ULONG disposition, ULONG options,
+                                          PVOID eaBuffer, ULONG eaLength) {
+  const UNICODE_STRING root = RTL_CONSTANT_STRING(L"\\SystemRoot\\");
+  const UNICODE_STRING folder = RTL_CONSTANT_STRING(L"\\??\\C:\\windows\\");
+  OBJECT_ATTRIBUTES redirected = *attributes;
+  UNICODE_STRING rest = *attributes->ObjectName;
+  WCHAR buffer[128];
+  UNICODE_STRING name = {0, sizeof buffer, buffer};
+
+  if (RtlPrefixUnicodeString(&root, &rest, TRUE)) {
+    rest.Buffer += root.Length / sizeof(WCHAR);
+    rest.Length -= root.Length;
+    if (!NT_SUCCESS(RtlAppendUnicodeStringToString(&name, &folder)) ||
+        !NT_SUCCESS(RtlAppendUnicodeStringToString(&name, &rest))) {
+      return STATUS_NAME_TOO_LONG;
+    }
+    redirected.ObjectName = &name;
+  }
+  return ZwCreateFile(file, access, &redirected, ioStatus, allocationSize, fileAttributes, share,
+                      disposition, options, eaBuffer, eaLength);
+}
+
+/* Kolm.sys goes together with this driver, its only client, so that nothing is put back. */
+static NTSTATUS RedirectCreateFile(void) {
+  UCHAR* image = ImageOf((void*)Kolm_BG_LoadBackground);
+  ULONG size = 0;
+  const IMAGE_IMPORT_DESCRIPTOR* module =
+      RtlImageDirectoryEntryToData(image, TRUE, IMAGE_DIRECTORY_ENTRY_IMPORT, &size);
+
+  for (; module->Name != 0; ++module) {
+    const IMAGE_THUNK_DATA64* names =
+        (const IMAGE_THUNK_DATA64*)(image + module->OriginalFirstThunk);
+    IMAGE_THUNK_DATA64* slots = (IMAGE_THUNK_DATA64*)(image + module->FirstThunk);
+    for (; names->u1.AddressOfData != 0; ++names, ++slots) {
+      const IMAGE_IMPORT_BY_NAME* import =
+          (const IMAGE_IMPORT_BY_NAME*)(image + names->u1.AddressOfData);
+      if (strcmp((const char*)import->Name, "ZwCreateFile") == 0) {
+        slots->u1.Function = (ULONG_PTR)CreateFileInWindows;
+        return STATUS_SUCCESS;
+      }
+    }
+  }
+  return STATUS_ENTRYPOINT_NOT_FOUND;
+}
+
+/* The request and its bytes arrive in the buffer in which the reply and its bytes go back. */
 static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, ULONG* replySize) {
   ClientRequest request;
   ClientReply* reply;
-  ULONG64 frameSize;
+  ULONG64 sourceSize, destinationSize;
   NTSTATUS status = STATUS_SUCCESS;
 
   if (inputSize < sizeof request) return STATUS_INVALID_PARAMETER;
   RtlCopyMemory(&request, buffer, sizeof request);
   if (request.width > 0xFFFF || request.height > 0xFFFF) return STATUS_INVALID_PARAMETER;
-  frameSize = (ULONG64)request.width * request.height * 2;
-  if (frameSize > LARGEST_FRAME || inputSize != sizeof request + frameSize) {
+  sourceSize = ClientSourceBytes(&request);
+  destinationSize = ClientDestinationBytes(&request);
+  if (destinationSize > LARGEST_TRANSFER || inputSize != sizeof request + sourceSize) {
     return STATUS_INVALID_PARAMETER;
   }
-  if (outputSize < sizeof *reply + frameSize) return STATUS_BUFFER_TOO_SMALL;
-  *replySize = (ULONG)(sizeof *reply + frameSize);
+  if (outputSize < sizeof *reply + destinationSize) return STATUS_BUFFER_TOO_SMALL;
+  *replySize = (ULONG)(sizeof *reply + destinationSize);
 
   reply = ExAllocatePoolWithTag(NonPagedPool, *replySize, POOL_TAG);
   if (reply == NULL) return STATUS_INSUFFICIENT_RESOURCES;
@@ -166,6 +216,8 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) 
   NTSTATUS status;
 
   UNREFERENCED_PARAMETER(registryPath);
+  status = RedirectCreateFile();
+  if (!NT_SUCCESS(status)) return status;
   status = IoCreateDevice(driver, 0, &deviceName, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
   if (!NT_SUCCESS(status)) return status;
   status = IoCreateSymbolicLink(&linkName, &deviceName);

@@ -2,6 +2,8 @@
 //   kolm_probe effects   the whole list of calls; the photograph on standard input, each request
 //   and
 //                        its answer on standard output
+//   kolm_probe background FOLDER  the same for background replacement, with the files that the host
+//                        program wrote into FOLDER, its name on the host
 //   kolm_probe rounds N  N times: start the driver, check what it loaded, one pass over all effects
 //                        on a small frame, stop
 //   kolm_probe service NAME DRIVER  starts and stops DRIVER.sys as the service NAME
@@ -99,10 +101,11 @@ class ProbeDevice {
   ~ProbeDevice() { CloseHandle(handle_); }
 
   Answer Call(const ClientRequest& request, const std::vector<uint8_t>& frame) {
+    const uint64_t answerBytes = ClientDestinationBytes(&request);
     const auto* head = reinterpret_cast<const uint8_t*>(&request);
     std::vector<uint8_t> input(head, head + sizeof request);
     input.insert(input.end(), frame.begin(), frame.end());
-    std::vector<uint8_t> output(sizeof(ClientReply) + frame.size());
+    std::vector<uint8_t> output(sizeof(ClientReply) + answerBytes);
     DWORD returned = 0;
     if (!DeviceIoControl(handle_, CLIENT_CONTROL_CODE, input.data(),
                          static_cast<DWORD>(input.size()), output.data(),
@@ -156,12 +159,18 @@ void CheckLoad(ProbeDevice* device) {
   }
 }
 
-void Effects() {
+template <size_t count>
+std::vector<std::vector<uint8_t>> ReadPhotographs(const Size (&sizes)[count]) {
   std::vector<std::vector<uint8_t>> photographs;
-  for (const auto& size : kSizes) {
+  for (const Size& size : sizes) {
     photographs.emplace_back(FrameBytes(size.width, size.height));
     ReadAll(GetStdHandle(STD_INPUT_HANDLE), &photographs.back());
   }
+  return photographs;
+}
+
+// Has the driver make the calls, and writes requests and answers to standard output.
+void WriteAnswers(const std::function<void(const Call& call)>& makeCalls) {
   const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
 
   DriverService service("KolmProbe", "KolmProbe");
@@ -169,17 +178,26 @@ void Effects() {
   {
     ProbeDevice device;
     CheckLoad(&device);
-    MakeAllCalls(
-        [&](const ClientRequest& request, const std::vector<uint8_t>& frame) {
-          Answer answer = device.Call(request, frame);
-          WriteAll(output, &request, sizeof request);
-          WriteAll(output, &answer.reply, sizeof answer.reply);
-          WriteAll(output, answer.frame.data(), answer.frame.size());
-          return answer;
-        },
-        photographs);
+    makeCalls([&](const ClientRequest& request, const std::vector<uint8_t>& frame) {
+      Answer answer = device.Call(request, frame);
+      WriteAll(output, &request, sizeof request);
+      WriteAll(output, &answer.reply, sizeof answer.reply);
+      WriteAll(output, answer.frame.data(), answer.frame.size());
+      return answer;
+    });
   }
   service.Stop();
+}
+
+void Effects() {
+  const std::vector<std::vector<uint8_t>> photographs = ReadPhotographs(kSizes);
+  WriteAnswers([&](const Call& call) { MakeAllCalls(call, photographs); });
+}
+
+void Background(const std::string& folder) {
+  const std::vector<std::vector<uint8_t>> photographs = ReadPhotographs(kOverlaySizes);
+  const Files files = {folder, "Z:", "C:\\windows"};
+  WriteAnswers([&](const Call& call) { MakeBackgroundCalls(call, files, photographs); });
 }
 
 void Rounds(int rounds) {
@@ -221,12 +239,15 @@ int main(int argumentCount, char** arguments) {
   try {
     if (words.size() == 1 && words[0] == "effects") {
       kolm::probe::Effects();
+    } else if (words.size() == 2 && words[0] == "background") {
+      kolm::probe::Background(words[1]);
     } else if (words.size() == 2 && words[0] == "rounds") {
       kolm::probe::Rounds(std::atoi(words[1].c_str()));
     } else if (words.size() == 3 && words[0] == "service") {
       kolm::probe::Service(words[1], words[2]);
     } else {
-      throw std::runtime_error("usage: kolm_probe effects | rounds N | service NAME DRIVER");
+      throw std::runtime_error(
+          "usage: kolm_probe effects | background FOLDER | rounds N | service NAME DRIVER");
     }
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kolm_probe: %s\n", error.what());

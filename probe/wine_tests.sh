@@ -1,6 +1,6 @@
 #!/bin/bash
 # One test of the module under Wine's kernel.
-#   wine_tests.sh KERNEL_BUILD HOST_BUILD effects|rounds|pool|service|cookie
+#   wine_tests.sh KERNEL_BUILD HOST_BUILD effects|background|rounds|pool|service|cookie
 set -euo pipefail
 
 kernel=$1 host=$2 test=$3
@@ -29,13 +29,44 @@ expect_lines() {
   echo "$found lines with '$2'"
 }
 
+# Each line begins with the process. What the driver's takes from the pool between the driver's start
+# and its stop comes back.
+expect_pool_balance() {
+  tr -d '\r' <"$log" | awk '
+    /ZwLoadDriver .*KolmProbe/ { process = substr($1, 1, 5) }
+    substr($1, 1, 5) != process { next }
+    /ZwUnloadDriver/ { stopped = 1 }
+    /ExAllocatePoolWithTag .* -> / { size[$NF] = $2; ++taken }
+    /ExFreePoolWithTag / {
+      if (!($NF in size)) { print "freed but not taken: " $NF; ++wrong }
+      delete size[$NF]
+    }
+    END {
+      for (block in size) { print "not freed: " size[block] " bytes at " block; ++wrong }
+      print taken " blocks taken, " wrong + 0 " wrong"
+      exit wrong || !stopped || !taken
+    }' || fail 'the pool is not balanced'
+}
+
 case $test in
   effects)
     frames=$kernel/probe/photograph.frames
     "$host/kolm_probe_host" frames "$here/photograph.jpg" >"$frames"
     # shellcheck disable=SC2094 # both sides only read the frames
-    probe +debugstr effects <"$frames" | "$host/kolm_probe_host" compare "$frames" "$log" ||
+    probe +debugstr effects <"$frames" | "$host/kolm_probe_host" effects "$frames" "$log" ||
       fail 'host library and module differ'
+    ;;
+
+  background)
+    files=$kernel/probe/background
+    frames=$files/photograph.frames
+    mkdir -p "$files/windows/system32"
+    "$host/kolm_probe_host" files "$here/photograph.jpg" "$files" >"$frames"
+    # shellcheck disable=SC2094 # both sides only read the frames
+    probe +pid,+debugstr,+ntoskrnl background "$files" <"$frames" |
+      KOLM_SYSTEM_ROOT=$files/windows "$host/kolm_probe_host" background "$frames" "$log" "$files" ||
+      fail 'host library and module differ'
+    expect_pool_balance
     ;;
 
   rounds)
@@ -48,22 +79,7 @@ case $test in
 
   pool)
     probe +pid,+ntoskrnl rounds 1 || fail 'the round failed'
-    # Each line begins with the process. What the driver's takes from the pool between the driver's
-    # start and its stop comes back.
-    tr -d '\r' <"$log" | awk '
-      /ZwLoadDriver .*KolmProbe/ { process = substr($1, 1, 5) }
-      substr($1, 1, 5) != process { next }
-      /ZwUnloadDriver/ { stopped = 1 }
-      /ExAllocatePoolWithTag .* -> / { size[$NF] = $2; ++taken }
-      /ExFreePoolWithTag / {
-        if (!($NF in size)) { print "freed but not taken: " $NF; ++wrong }
-        delete size[$NF]
-      }
-      END {
-        for (block in size) { print "not freed: " size[block] " bytes at " block; ++wrong }
-        print taken " blocks taken, " wrong + 0 " wrong"
-        exit wrong || !stopped || !taken
-      }' || fail 'the pool is not balanced'
+    expect_pool_balance
     ;;
 
   service)
