@@ -1,11 +1,12 @@
 #!/bin/bash
 # Shows what Kolm does: installs what is missing, builds the host library and the tool, and writes
-# out/effects.png, a sheet of a picture under all 18 effects.
+# out/effects.png, a sheet of a picture under all 18 effects, and out/background.png, the picture
+# with its background replaced.
 # Usage: demo.sh [PICTURE]    without PICTURE a built-in sample
 set -euo pipefail
 
 if [ $# -gt 1 ] || [[ ${1-} == -* ]]; then
-  echo "usage: $0 [PICTURE]    writes out/effects.png; without PICTURE of a built-in sample" >&2
+  echo "usage: $0 [PICTURE]    writes out/effects.png and out/background.png, without PICTURE of a sample" >&2
   exit 2
 fi
 picture=()
@@ -21,4 +22,6 @@ cmake --build --preset host --target kolm_tool
 
 mkdir -p out
 build/host/kolm sheet -y "${picture[@]}" out/effects.png
+build/host/kolm background-sheet -y "${picture[@]}" out/background.png
 echo "The effects are on $PWD/out/effects.png"
+echo "The replaced background is on $PWD/out/background.png"

@@ -1,4 +1,4 @@
-// Draws the contact sheet.
+// Draws the sheets.
 #include "tools/kolm/contact_sheet.h"
 
 #include <algorithm>
@@ -10,9 +10,7 @@ namespace {
 
 constexpr int kColumns = 5;
 constexpr int kRows = 4;
-constexpr int kCellWidth = 320;
 constexpr int kLeastCellHeight = 120;
-constexpr int kMostCellHeight = 480;
 constexpr int kLabelHeight = 34;
 constexpr int kGap = 20;
 constexpr int kMargin = 28;
@@ -52,6 +50,38 @@ void DrawText(cv::Mat& sheet, const std::string& text, int left, int baseline, d
   }
 }
 
+// Cells of one size in rows, each under its label.
+class Sheet {
+ public:
+  Sheet(int columns, int rows, cv::Size cell)
+      : columns_(columns),
+        cell_(cell),
+        sheet_(2 * kMargin + rows * (kLabelHeight + cell.height + kGap) - kGap,
+               2 * kMargin + columns * (cell.width + kGap) - kGap, CV_8UC3, kPaper) {}
+
+  cv::Rect CellAt(int index) const {
+    return {kMargin + index % columns_ * (cell_.width + kGap),
+            kMargin + index / columns_ * (kLabelHeight + cell_.height + kGap) + kLabelHeight,
+            cell_.width, cell_.height};
+  }
+
+  void Place(int index, const cv::Mat& picture, const std::string& label) {
+    const cv::Rect cell = CellAt(index);
+    DrawText(sheet_, label, cell.x, cell.y - 12, 12, kInk);
+    sheet_(cell).setTo(kCellGround);
+    const cv::Point corner =
+        cell.tl() + cv::Point((cell.width - picture.cols) / 2, (cell.height - picture.rows) / 2);
+    picture.copyTo(sheet_(cv::Rect(corner, picture.size())));
+  }
+
+  cv::Mat& Picture() { return sheet_; }
+
+ private:
+  int columns_;
+  cv::Size cell_;
+  cv::Mat sheet_;
+};
+
 std::string Label(const Effect& effect) {
   const std::string label = std::to_string(effect.id) + " " + effect.title;
   return effect.HasParameter() ? label + " (" + std::to_string(effect.defaultValue) + ")" : label;
@@ -59,9 +89,10 @@ std::string Label(const Effect& effect) {
 
 }  // namespace
 
-cv::Mat ReduceToCell(const cv::Mat& picture) {
-  const double scale = std::min({1.0, static_cast<double>(kCellWidth) / picture.cols,
-                                 static_cast<double>(kMostCellHeight) / picture.rows});
+cv::Mat ReduceToCell(const cv::Mat& picture, int cellWidth) {
+  const double mostHeight = cellWidth * 1.5;
+  const double scale =
+      std::min({1.0, static_cast<double>(cellWidth) / picture.cols, mostHeight / picture.rows});
   // Widths are even.
   const int width = std::max(2, cvRound(picture.cols * scale) & ~1);
   const int height = std::max(1, cvRound(picture.rows * scale));
@@ -81,35 +112,31 @@ std::vector<cv::Mat> ApplyAllEffects(const cv::Mat& picture, const EffectList& e
 
 cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
                          const EffectList& effects) {
-  const int cellHeight = std::max(source.rows, kLeastCellHeight);
-  const int columnStep = kCellWidth + kGap;
-  const int rowStep = kLabelHeight + cellHeight + kGap;
-  cv::Mat sheet(2 * kMargin + kRows * rowStep - kGap, 2 * kMargin + kColumns * columnStep - kGap,
-                CV_8UC3, kPaper);
-  const auto cellAt = [&](int index) {
-    return cv::Rect(kMargin + index % kColumns * columnStep,
-                    kMargin + index / kColumns * rowStep + kLabelHeight, kCellWidth, cellHeight);
-  };
-  const auto place = [&](int index, const cv::Mat& picture, const std::string& label) {
-    const cv::Rect cell = cellAt(index);
-    DrawText(sheet, label, cell.x, cell.y - 12, 12, kInk);
-    sheet(cell).setTo(kCellGround);
-    const cv::Point corner =
-        cell.tl() + cv::Point((cell.width - picture.cols) / 2, (cell.height - picture.rows) / 2);
-    picture.copyTo(sheet(cv::Rect(corner, picture.size())));
-  };
-  place(0, source, "Source");
+  Sheet sheet(kColumns, kRows, {kEffectCellWidth, std::max(source.rows, kLeastCellHeight)});
+  sheet.Place(0, source, "Source");
   for (size_t i = 0; i < results.size(); ++i) {
-    place(static_cast<int>(i) + 1, results[i], Label(effects[i]));
+    sheet.Place(static_cast<int>(i) + 1, results[i], Label(effects[i]));
   }
 
-  const cv::Rect cell = cellAt(kColumns * kRows - 1);
+  const cv::Rect cell = sheet.CellAt(kColumns * kRows - 1);
   const int middle = cell.y + cell.height / 2;
-  DrawText(sheet, "Kolm " KOLM_VERSION, cell.x, middle - 8, 26, kInk);
-  DrawText(sheet, std::to_string(effects.size()) + " video effects, at their defaults", cell.x,
-           middle + 20, 10, kFaintInk);
-  DrawText(sheet, "The number in brackets is the parameter.", cell.x, middle + 40, 10, kFaintInk);
-  return sheet;
+  DrawText(sheet.Picture(), "Kolm " KOLM_VERSION, cell.x, middle - 8, 26, kInk);
+  DrawText(sheet.Picture(), std::to_string(effects.size()) + " video effects, at their defaults",
+           cell.x, middle + 20, 10, kFaintInk);
+  DrawText(sheet.Picture(), "The number in brackets is the parameter.", cell.x, middle + 40, 10,
+           kFaintInk);
+  return sheet.Picture();
+}
+
+cv::Mat DrawBackgroundSheet(const cv::Mat& live, const Replacement& replacement) {
+  Sheet sheet(4, 1, {kBackgroundCellWidth, std::max(live.rows, kLeastCellHeight)});
+  sheet.Place(0, live, "Live picture");
+  sheet.Place(1, replacement.background, "Background");
+  cv::Mat alpha;
+  cv::cvtColor(replacement.alpha, alpha, cv::COLOR_GRAY2BGR);
+  sheet.Place(2, alpha, "Alpha plane: white is covered by the background");
+  sheet.Place(3, replacement.result, "Result");
+  return sheet.Picture();
 }
 
 }  // namespace kolm

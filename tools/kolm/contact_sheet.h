@@ -1,15 +1,19 @@
-// The contact sheet: a picture and all 18 effects on it.
+// Labelled sheets of pictures: all 18 effects, or the steps of a background replacement.
 #pragma once
 
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "tools/kolm/background_record.h"
 #include "tools/kolm/effect_names.h"
 
 namespace kolm {
 
-// The picture reduced to a sheet's cell: as a rule 320 pixels wide. Never enlarged.
-cv::Mat ReduceToCell(const cv::Mat& picture);
+constexpr int kEffectCellWidth = 320;
+constexpr int kBackgroundCellWidth = 480;
+
+// The picture reduced to a sheet's cell: as a rule to its width. Never enlarged.
+cv::Mat ReduceToCell(const cv::Mat& picture, int cellWidth);
 
 // The picture with each effect at its default, in the order of their ids.
 std::vector<cv::Mat> ApplyAllEffects(const cv::Mat& picture, const EffectList& effects);
@@ -17,5 +21,8 @@ std::vector<cv::Mat> ApplyAllEffects(const cv::Mat& picture, const EffectList& e
 // Lays out the labelled sheet: the source, the effects' pictures in reading order, the title.
 cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
                          const EffectList& effects);
+
+// The live picture, what is laid over it, and the result, side by side.
+cv::Mat DrawBackgroundSheet(const cv::Mat& live, const Replacement& replacement);
 
 }  // namespace kolm

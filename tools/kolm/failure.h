@@ -17,6 +17,8 @@ enum class ExitCode {
   ParameterRange = 6,
   OutputExists = 7,
   UnwritableOutput = 8,
+  UnusableStore = 9,  // a store that cannot be read or is no whole number of records
+  NoSuchRecord = 10,
 };
 
 // Ends the tool with this exit code; the text says what is wrong and what was expected.

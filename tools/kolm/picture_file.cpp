@@ -1,11 +1,7 @@
 // Reads and writes picture files.
 #include "tools/kolm/picture_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -16,6 +12,7 @@
 #include <vector>
 
 #include "tools/kolm/failure.h"
+#include "tools/kolm/new_file.h"
 
 namespace kolm {
 namespace {
@@ -23,8 +20,6 @@ namespace {
 constexpr int kLargestSide = 32767;           // what the module's scaler holds
 constexpr int64_t kMostPixels = 100'000'000;  // 300 MB of colour values
 constexpr size_t kLargestFile = size_t{512} << 20;
-
-std::string Quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
 
 std::string SizeText(int width, int height) {
   return std::to_string(width) + " x " + std::to_string(height) + " pixels";
@@ -111,43 +106,37 @@ cv::Mat OnWhite(const cv::Mat& picture) {
   return result;
 }
 
-[[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::string& reason) {
-  throw Failure(ExitCode::UnwritableOutput,
-                "cannot write " + Quoted(path) + ": " + reason +
-                    "; expected the name of a picture file in a directory that can be written to");
-}
+// A picture that has been read: 8-bit BGR, and as it is in the file, which may have an alpha plane.
+struct DecodedPicture {
+  cv::Mat colour, unchanged;
 
-[[noreturn]] void FailForExisting(const std::filesystem::path& path) {
-  throw Failure(ExitCode::OutputExists,
-                Quoted(path) + " exists already; give -y to overwrite it, or another name");
-}
+  bool HasAlpha() const { return unchanged.channels() == 4 && unchanged.depth() <= CV_16U; }
+};
 
-void WriteAll(int file, const std::vector<uchar>& bytes) {
-  for (size_t written = 0; written < bytes.size();) {
-    const ssize_t count = write(file, bytes.data() + written, bytes.size() - written);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw std::system_error(errno, std::generic_category());
-    written += static_cast<size_t>(count);
+DecodedPicture ReadAndDecode(const std::filesystem::path& path) {
+  const std::vector<uchar> bytes = ReadFile(path);
+  DecodedPicture picture;
+  picture.colour = Decode(bytes, cv::IMREAD_COLOR, path);
+  if (picture.colour.empty() || !HasEnd(bytes)) {
+    throw Failure(ExitCode::UnreadablePicture,
+                  Quoted(path) + " is not a whole picture of a known format; expected a PNG, " +
+                      "JPEG, BMP, TIFF, WebP or PNM file");
   }
+  const cv::Size size = picture.colour.size();
+  if (size.width > kLargestSide || size.height > kLargestSide ||
+      int64_t{size.width} * size.height > kMostPixels) {
+    FailForSize(path, SizeText(size.width, size.height));
+  }
+  // IMREAD_COLOR turns a camera's pictures upright but drops the alpha plane.
+  picture.unchanged = Decode(bytes, cv::IMREAD_UNCHANGED, path);
+  return picture;
 }
 
 }  // namespace
 
 cv::Mat ReadPicture(const std::filesystem::path& path) {
-  const std::vector<uchar> bytes = ReadFile(path);
-  cv::Mat picture = Decode(bytes, cv::IMREAD_COLOR, path);
-  if (picture.empty() || !HasEnd(bytes)) {
-    throw Failure(ExitCode::UnreadablePicture,
-                  Quoted(path) + " is not a whole picture of a known format; expected a PNG, " +
-                      "JPEG, BMP, TIFF, WebP or PNM file");
-  }
-  if (picture.cols > kLargestSide || picture.rows > kLargestSide ||
-      int64_t{picture.cols} * picture.rows > kMostPixels) {
-    FailForSize(path, SizeText(picture.cols, picture.rows));
-  }
-  // IMREAD_COLOR turns a camera's pictures upright but drops the alpha plane.
-  const cv::Mat unchanged = Decode(bytes, cv::IMREAD_UNCHANGED, path);
-  if (unchanged.channels() == 4 && unchanged.depth() <= CV_16U) picture = OnWhite(unchanged);
+  const DecodedPicture decoded = ReadAndDecode(path);
+  cv::Mat picture = decoded.HasAlpha() ? OnWhite(decoded.unchanged) : decoded.colour;
   if (picture.cols < 2) {
     throw Failure(ExitCode::PictureSize,
                   Quoted(path) + " is too small: " + SizeText(picture.cols, picture.rows) +
@@ -161,21 +150,24 @@ cv::Mat ReadPicture(const std::filesystem::path& path) {
   return picture;
 }
 
-void CheckOutput(const std::filesystem::path& path, bool overwrite) {
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(path, error);
-  if (std::filesystem::is_directory(status)) FailToWrite(path, "it is a directory");
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    FailToWrite(path, "it is not a regular file");
+cv::Mat ReadPictureWithAlpha(const std::filesystem::path& path) {
+  const DecodedPicture decoded = ReadAndDecode(path);
+  cv::Mat picture;
+  if (decoded.HasAlpha()) {
+    const double opaque = decoded.unchanged.depth() == CV_16U ? 65535 : 255;
+    decoded.unchanged.convertTo(picture, CV_8U, 255 / opaque);
+  } else {
+    cv::cvtColor(decoded.colour, picture, cv::COLOR_BGR2BGRA);
   }
-  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-  if (access(folder.c_str(), W_OK | X_OK) != 0) FailToWrite(path, std::strerror(errno));
+  return picture;
+}
+
+void CheckOutput(const std::filesystem::path& path, bool overwrite) {
+  CheckPlace(path, true);
   if (!path.has_extension() || !cv::haveImageWriter(path.filename().string())) {
     FailToWrite(path, "no picture format has the extension '" + path.extension().string() + "'");
   }
-  if (std::filesystem::exists(std::filesystem::symlink_status(path, error)) && !overwrite) {
-    FailForExisting(path);
-  }
+  CheckPlace(path, overwrite);
 }
 
 void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, bool overwrite) {
@@ -190,24 +182,9 @@ void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, boo
     FailToWrite(path,
                 "the format does not take a picture of " + SizeText(picture.cols, picture.rows));
   }
-  std::filesystem::path beside = path;
-  beside.replace_filename("." + path.filename().string() + "." + std::to_string(getpid()));
-  const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (file < 0) FailToWrite(path, std::strerror(errno));
-  try {
-    WriteAll(file, bytes);
-    if (close(file) != 0) throw std::system_error(errno, std::generic_category());
-  } catch (const std::system_error& error) {
-    unlink(beside.c_str());
-    FailToWrite(path, error.code().message());
-  }
-  if (renameat2(AT_FDCWD, beside.c_str(), AT_FDCWD, path.c_str(),
-                overwrite ? 0 : RENAME_NOREPLACE) != 0) {
-    const int reason = errno;
-    unlink(beside.c_str());
-    if (reason == EEXIST) FailForExisting(path);
-    FailToWrite(path, std::strerror(reason));
-  }
+  NewFile file(path, overwrite);
+  file.Write(bytes.data(), bytes.size());
+  file.Finish();
 }
 
 }  // namespace kolm

@@ -10,10 +10,12 @@ namespace kolm {
 // Transparent parts are laid on white. Throws Failure.
 cv::Mat ReadPicture(const std::filesystem::path& path);
 
+// 8-bit BGRA of any size; opaque if the file has no alpha plane. Throws Failure.
+cv::Mat ReadPictureWithAlpha(const std::filesystem::path& path);
+
 // Throws Failure if WritePicture would refuse this path, so that no work is done in vain.
 void CheckOutput(const std::filesystem::path& path, bool overwrite);
 
-// Writes beside the path and renames, so that there is the old file, or none, or the whole new one.
 // The format is that of the name's extension. Throws Failure.
 void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, bool overwrite);
 

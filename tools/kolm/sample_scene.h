@@ -9,4 +9,11 @@ namespace kolm {
 // 640 x 480 pixels, 8-bit BGR; the same at each call.
 cv::Mat DrawSampleScene();
 
+// The alpha plane of a background that covers the sample scene's room and leaves the woman, the cat
+// and the table: 640 x 480 pixels, 8-bit, 255 where the room is.
+cv::Mat DrawSampleRoomCover();
+
+// The same for a picture of which nothing is known: leaves a head and shoulders in the middle.
+cv::Mat DrawPortraitCover();
+
 }  // namespace kolm

@@ -41,20 +41,21 @@ class KolmTool : public testing::Test {
   }
   void TearDown() override { fs::remove_all(folder); }
 
-  // Runs the tool in the test's folder.
-  Outcome Run(const std::string& arguments) const {
-    const std::string command =
-        "cd '" + folder.string() + "' && '" KOLM_TOOL "' " + arguments + " >.output 2>.errors";
+  // Runs the tool in the test's folder, after the shell's `preparation`.
+  Outcome Run(const std::string& arguments, const std::string& preparation = "true") const {
+    const std::string command = "cd '" + folder.string() + "' && " + preparation +
+                                " && '" KOLM_TOOL "' " + arguments + " >.output 2>.errors";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(folder / ".output"),
             FileText(folder / ".errors")};
   }
 
   // Expects the tool to fail with this code and message, leaving the folder as it was.
-  void ExpectFailure(const std::string& arguments, int code, const std::string& message) const {
+  void ExpectFailure(const std::string& arguments, int code, const std::string& message,
+                     const std::string& preparation = "true") const {
     SCOPED_TRACE(arguments);
     const std::vector<std::string> before = Names();
-    const Outcome outcome = Run(arguments);
+    const Outcome outcome = Run(arguments, preparation);
     EXPECT_EQ(outcome.code, code);
     EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
     EXPECT_EQ(Names(), before);
@@ -323,6 +324,423 @@ TEST_F(KolmTool, TellsWhyItCannotWrite) {
   ExpectFailure("effects --debug-log missing/log", 8, "cannot write the debug log");
 }
 
+constexpr uintmax_t kRecordBytes = 640 * 480 * 3;
+
+// SmallPicture with an alpha plane that falls from left to right.
+cv::Mat FadingPicture(int width, int height) {
+  cv::Mat picture;
+  cv::cvtColor(SmallPicture(width, height), picture, cv::COLOR_BGR2BGRA);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      picture.at<cv::Vec4b>(y, x)[3] = static_cast<uchar>(255 - x * 255 / width);
+    }
+  }
+  return picture;
+}
+
+cv::Mat Plain(int width, int height, const cv::Scalar& colour) {
+  return cv::Mat(height, width, CV_8UC3, colour);
+}
+
+cv::Mat Colours(const cv::Mat& picture) {
+  cv::Mat colours;
+  cv::cvtColor(picture, colours, cv::COLOR_BGRA2BGR);
+  return colours;
+}
+
+cv::Mat Alpha(const cv::Mat& picture) {
+  cv::Mat alpha;
+  cv::extractChannel(picture, alpha, 3);
+  return alpha;
+}
+
+const cv::Scalar kRed(40, 40, 200), kGreen(40, 200, 40), kBlue(200, 40, 40);
+
+TEST_F(KolmTool, StoresAndExtracts) {
+  const cv::Mat picture = FadingPicture(640, 480);
+  Write("fading.png", picture);
+  Write("whole.png", SmallPicture(640, 480));
+  ExpectSuccess("store create store.img fading.png whole.png");
+  EXPECT_EQ(fs::file_size(folder / "store.img"), 2 * kRecordBytes);
+  ExpectSuccess("store extract store.img 1 first.png");
+  ExpectSuccess("store extract store.img 2 second.png");
+  const cv::Mat first = Read("first.png"), second = Read("second.png");
+  ASSERT_EQ(first.type(), CV_8UC4);
+  EXPECT_EQ(Difference(Alpha(first), Alpha(picture)), 0);
+  EXPECT_LT(Difference(Colours(first), Colours(picture)), 2);
+  EXPECT_EQ(Difference(Alpha(second), cv::Mat(480, 640, CV_8U, cv::Scalar(255))), 0);
+  EXPECT_LT(Difference(Colours(second), SmallPicture(640, 480)), 2);
+  // The alpha plane lies behind the frame as it is.
+  const std::string record = FileText(folder / "store.img").substr(0, kRecordBytes);
+  for (const int pixel : {0, 100, 639, 640, 307199}) {
+    EXPECT_EQ(static_cast<uchar>(record[614400 + static_cast<size_t>(pixel)]),
+              picture.at<cv::Vec4b>(pixel / 640, pixel % 640)[3]);
+  }
+}
+
+TEST_F(KolmTool, CropsToTheMiddleOrStretches) {
+  cv::Mat wide = Plain(960, 480, kGreen);
+  wide.colRange(0, 160).setTo(kRed);
+  wide.colRange(800, 960).setTo(kBlue);
+  cv::Mat tall;
+  cv::rotate(wide, tall, cv::ROTATE_90_CLOCKWISE);
+  Write("wide.png", wide);
+  Write("tall.png", tall);
+  ExpectSuccess("store create store.img wide.png");
+  ExpectSuccess("store append --stretch store.img wide.png tall.png");
+  ExpectSuccess("store append store.img tall.png");
+  for (int record = 1; record <= 4; ++record) {
+    const std::string number = std::to_string(record);
+    ExpectSuccess("store extract store.img " + number + " " + number + ".png");
+  }
+  EXPECT_LT(Difference(Colours(Read("1.png")), Plain(640, 480, kGreen)), 2);
+  EXPECT_LT(Difference(Colours(Read("4.png")), Plain(640, 480, kGreen)), 2);
+  const cv::Mat flat = Colours(Read("2.png")), low = Colours(Read("3.png"));
+  EXPECT_LT(Difference(flat.colRange(0, 100), Plain(100, 480, kRed)), 2);
+  EXPECT_LT(Difference(flat.colRange(112, 528), Plain(416, 480, kGreen)), 2);
+  EXPECT_LT(Difference(flat.colRange(540, 640), Plain(100, 480, kBlue)), 2);
+  EXPECT_LT(Difference(low.rowRange(0, 76), Plain(640, 76, kRed)), 2);
+  EXPECT_LT(Difference(low.rowRange(404, 480), Plain(640, 76, kBlue)), 2);
+}
+
+TEST_F(KolmTool, ScalesAlphaWithoutTheColoursOfTransparentParts) {
+  for (const cv::Size& size : {cv::Size(320, 240), cv::Size(1280, 960)}) {
+    cv::Mat picture(size, CV_8UC4, cv::Scalar(40, 200, 40, 255));
+    picture.colRange(0, size.width / 2 + 1).setTo(cv::Scalar(255, 0, 255, 0));
+    Write("picture.png", picture);
+    ExpectSuccess("store create -y store.img picture.png");
+    ExpectSuccess("store extract -y store.img 1 out.png");
+    const cv::Mat result = Read("out.png");
+    const cv::Mat alpha = Alpha(result);
+    EXPECT_EQ(cv::countNonZero(alpha.colRange(0, 316)), 0);
+    EXPECT_EQ(cv::countNonZero(alpha.colRange(326, 640) != 255), 0);
+    // A pair's two pixels share their colour.
+    for (int x = 0; x + 1 < 640; x += 2) {
+      if (alpha.at<uchar>(200, x) < 8 || alpha.at<uchar>(200, x + 1) < 8) continue;
+      EXPECT_LT(Difference(Colours(result)(cv::Rect(x, 200, 2, 1)), Plain(2, 1, kGreen)), 6) << x;
+    }
+  }
+}
+
+TEST_F(KolmTool, StoresPicturesOfManyKinds) {
+  Write("picture.jpg", SmallPicture(800, 600));
+  Write("picture.bmp", SmallPicture(64, 48));
+  Write("grey.png", cv::Mat(3, 5, CV_8UC1, cv::Scalar(77)));
+  Write("dot.png", Plain(1, 1, kBlue));
+  Write("line.png", Plain(1, 3000, kGreen));
+  Write("deep.png", cv::Mat(30, 40, CV_16UC4, cv::Scalar(10280, 51400, 10280, 32896)));
+  ExpectSuccess(
+      "store create store.img picture.jpg picture.bmp grey.png dot.png line.png deep.png");
+  const Outcome list = Run("store list store.img");
+  EXPECT_EQ(list.code, 0) << list.errors;
+  std::istringstream lines(list.output);
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_EQ(line, "record  mean colour  covers");
+  for (int record = 1; record <= 6; ++record) {
+    SCOPED_TRACE(record);
+    ASSERT_TRUE(std::getline(lines, line));
+    int number = 0;
+    unsigned colour = 0;
+    double covers = 0;
+    ASSERT_EQ(std::sscanf(line.c_str(), "%d #%x %lf %%", &number, &colour, &covers), 3) << line;
+    EXPECT_EQ(number, record);
+    EXPECT_NEAR(covers, record == 6 ? 50.2 : 100, 0.05);
+    const cv::Scalar expected = record <= 2   ? cv::mean(SmallPicture(64, 48))
+                                : record == 3 ? cv::Scalar::all(77)
+                                : record == 4 ? kBlue
+                                              : kGreen;
+    EXPECT_NEAR(colour >> 16, expected[2], 3);
+    EXPECT_NEAR(colour >> 8 & 0xFF, expected[1], 3);
+    EXPECT_NEAR(colour & 0xFF, expected[0], 3);
+  }
+  EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(KolmTool, ChangesStores) {
+  Write("red.png", Plain(8, 6, kRed));
+  Write("green.png", Plain(8, 6, kGreen));
+  Write("blue.png", Plain(8, 6, kBlue));
+  ExpectSuccess("store create red.img red.png");
+  ExpectSuccess("store create green.img green.png");
+  ExpectSuccess("store create blue.img blue.png");
+  const std::string red = FileText(folder / "red.img"), green = FileText(folder / "green.img"),
+                    blue = FileText(folder / "blue.img");
+  EXPECT_NE(red, green);
+  const auto text = [&] { return FileText(folder / "store.img"); };
+  ExpectSuccess("store create store.img");
+  EXPECT_EQ(text(), "");
+  EXPECT_EQ(Run("store verify store.img").output, "store.img: 0 records, whole\n");
+  ExpectSuccess("store append store.img red.png green.png");
+  EXPECT_EQ(text(), red + green);
+  ExpectSuccess("store append store.img red.png");
+  EXPECT_EQ(text(), red + green + red);
+  ExpectSuccess("store replace store.img 3 blue.png");
+  EXPECT_EQ(text(), red + green + blue);
+  ExpectSuccess("store replace store.img 1 green.png");
+  EXPECT_EQ(text(), green + green + blue);
+  EXPECT_EQ(Run("store verify store.img").output, "store.img: 3 records, whole\n");
+  // A link stays one, and permissions stay.
+  fs::create_symlink("store.img", folder / "link.img");
+  fs::permissions(folder / "store.img", fs::perms::owner_read | fs::perms::owner_write);
+  ExpectSuccess("store replace link.img 2 red.png");
+  EXPECT_TRUE(fs::is_symlink(folder / "link.img"));
+  EXPECT_EQ(text(), green + red + blue);
+  EXPECT_EQ(fs::status(folder / "store.img").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(KolmTool, TellsWhatIsWrongWithAStore) {
+  Write("picture.png", SmallPicture(8, 6));
+  WriteText(folder / "text.png", "no picture at all\n");
+  ExpectSuccess("store create store.img picture.png");
+  ExpectSuccess("store create empty.img");
+  const std::string whole = FileText(folder / "store.img");
+  WriteText(folder / "odd.img", whole + "tail");
+  fs::create_directory(folder / "directory");
+
+  ExpectFailure("store create new.img text.png", 3, "is not a whole picture");
+  ExpectFailure("store create new.img picture.png missing.png", 3, "No such file");
+  ExpectFailure("store create missing/new.img picture.png", 8, "No such file");
+  ExpectFailure("store create -y directory picture.png", 8, "it is a directory");
+  ExpectFailure("store create -y /dev/full picture.png", 8, "it is not a regular file");
+  ExpectFailure("store append store.img text.png", 3, "is not a whole picture");
+  ExpectFailure("store replace store.img 1 text.png", 3, "is not a whole picture");
+  EXPECT_EQ(FileText(folder / "store.img"), whole);
+
+  for (const std::string command : {"append S picture.png", "replace S 1 picture.png",
+                                    "extract S 1 out.png", "list S", "verify S"}) {
+    const size_t place = command.find('S');
+    const auto on = [&](const std::string& store) {
+      return "store " + std::string(command).replace(place, 1, store);
+    };
+    ExpectFailure(on("missing.img"), 9, "No such file");
+    ExpectFailure(on("directory"), 9, "it is not a regular file");
+    if (command[0] == 'e') continue;
+    ExpectFailure(on("odd.img"), 9, "behind 1 record there is an odd tail of 4 bytes");
+  }
+  EXPECT_EQ(FileText(folder / "odd.img"), whole + "tail");
+  // What is whole can be seen and saved.
+  EXPECT_NE(Run("store list odd.img").output.find("\n     1  #"), std::string::npos);
+  ExpectSuccess("store extract odd.img 1 saved.png");
+
+  for (const std::string number : {"0", "2", "2331"}) {
+    ExpectFailure(
+        "store extract store.img " + number + " out.png", 10,
+        "there is no record " + number + " in 'store.img'; expected a number from 1 to 1");
+    ExpectFailure("store replace store.img " + number + " picture.png", 10, "expected a number");
+    ExpectFailure("background --store store.img --record " + number + " picture.png out.png", 10,
+                  "expected a number from 1 to 1");
+  }
+  ExpectFailure("store extract odd.img 2 out.png", 10, "expected a number from 1 to 1");
+  ExpectFailure("store extract empty.img 1 out.png", 10, "which has no records");
+  ExpectFailure("store extract store.img 2332 out.png", 10, "reaches only 2331");
+  ExpectFailure("store extract store.img -- -1 out.png", 2, "-1");
+  ExpectFailure("store extract store.img one out.png", 2, "one");
+  ExpectFailure("store extract store.img 1 out.jpg", 8, "ends in .png");
+  ExpectFailure("store extract store.img 1 missing/out.png", 8, "No such file");
+}
+
+TEST_F(KolmTool, StoresReachAsFarAsTheModule) {
+  Write("picture.png", SmallPicture(8, 6));
+  // Files with nothing in them but a length.
+  WriteText(folder / "full.img", "");
+  fs::resize_file(folder / "full.img", 2331 * kRecordBytes);
+  WriteText(folder / "over.img", "");
+  fs::resize_file(folder / "over.img", 2332 * kRecordBytes);
+  ExpectFailure("store append full.img picture.png", 10, "would have 2332 records");
+  ExpectFailure("store append over.img picture.png", 9, "it has 2332 records");
+  ExpectFailure("store verify over.img", 9, "it has 2332 records; the module reaches only 2331");
+  ExpectFailure("store extract over.img 2332 out.png", 10, "reaches only 2331");
+  ExpectFailure("background --store over.img --record 2332 picture.png out.png", 10,
+                "reaches only 2331");
+  // The last record within reach is what the module loads.
+  ExpectSuccess("store create one.img picture.png");
+  std::fstream file(folder / "full.img", std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(2330 * kRecordBytes));
+  file << FileText(folder / "one.img") << std::flush;
+  Write("live.png", Plain(64, 48, kRed));
+  ExpectSuccess("background --store full.img --record 2331 live.png last.png");
+  ExpectSuccess("background --store one.img live.png one.png");
+  EXPECT_EQ(Difference(Read("last.png"), Read("one.png")), 0);
+}
+
+TEST_F(KolmTool, NeverLeavesHalfAStore) {
+  Write("picture.png", SmallPicture(8, 6));
+  ExpectSuccess("store create store.img picture.png");
+  const std::string whole = FileText(folder / "store.img");
+  // Blocks of 512 bytes: there is room for one record and a part of the next.
+  const std::string small = "ulimit -f 2000";
+  ExpectFailure("store create new.img picture.png picture.png", 8, "File too large", small);
+  ExpectFailure("store create -y store.img picture.png picture.png", 8, "File too large", small);
+  ExpectFailure("store append store.img picture.png", 8, "File too large", small);
+  EXPECT_EQ(FileText(folder / "store.img"), whole);
+  ExpectSuccess("store append store.img picture.png");
+  const std::string both = FileText(folder / "store.img");
+  ExpectFailure("store replace store.img 1 picture.png", 8, "File too large", small);
+  EXPECT_EQ(FileText(folder / "store.img"), both);
+}
+
+TEST_F(KolmTool, KeepsAnExistingStore) {
+  Write("picture.png", SmallPicture(8, 6));
+  WriteText(folder / "store.img", "precious");
+  ExpectFailure("store create store.img picture.png", 7, "exists already; give -y");
+  ExpectFailure("store create -y store.img missing.png", 3, "No such file");
+  EXPECT_EQ(FileText(folder / "store.img"), "precious");
+  ExpectSuccess("store create -y store.img picture.png");
+  EXPECT_EQ(fs::file_size(folder / "store.img"), kRecordBytes);
+  WriteText(folder / "out.png", "precious");
+  ExpectFailure("store extract store.img 1 out.png", 7, "exists already; give -y");
+  ExpectFailure("background --store store.img picture.png out.png", 7, "exists already; give -y");
+  ExpectFailure("background-sheet picture.png out.png", 7, "exists already; give -y");
+  EXPECT_EQ(FileText(folder / "out.png"), "precious");
+  ExpectSuccess("store extract -y store.img 1 out.png");
+  ExpectSuccess("background -y --store store.img picture.png out.png");
+  EXPECT_EQ(Read("out.png").size(), cv::Size(8, 6));
+}
+
+TEST_F(KolmTool, ReplacesBackgrounds) {
+  // Covers the left half, half covers a strip, leaves the right.
+  cv::Mat background(480, 640, CV_8UC4, cv::Scalar(40, 200, 40, 255));
+  background.colRange(320, 400).setTo(cv::Scalar(40, 200, 40, 128));
+  background.colRange(400, 640).setTo(cv::Scalar(255, 255, 255, 0));
+  Write("background.png", background);
+  Write("red.png", Plain(8, 6, kRed));
+  ExpectSuccess("store create store.img red.png background.png");
+  for (const cv::Size& size : {cv::Size(640, 480), cv::Size(1280, 720), cv::Size(1920, 1080),
+                               cv::Size(160, 120), cv::Size(2, 1)}) {
+    SCOPED_TRACE(size.width);
+    Write("live.png", Plain(size.width, size.height, kBlue));
+    ExpectSuccess("background -y --store store.img --record 2 live.png out.png");
+    const cv::Mat result = Read("out.png");
+    ASSERT_EQ(result.size(), size);
+    ASSERT_EQ(result.type(), CV_8UC3);
+    if (size.width == 2) continue;
+    const auto part = [&](double from, double to) {
+      return result.colRange(static_cast<int>(from * size.width),
+                             static_cast<int>(to * size.width));
+    };
+    const auto same = [&](const cv::Mat& columns, const cv::Scalar& colour) {
+      return Difference(columns, Plain(columns.cols, columns.rows, colour));
+    };
+    // The module leaves each value one step darker.
+    EXPECT_LT(same(part(0, 0.48), kGreen), 4);
+    EXPECT_LT(same(part(0.52, 0.61), (kGreen + kBlue) / 2), 4);
+    EXPECT_LT(same(part(0.65, 1), kBlue), 4);
+  }
+  // The first record by default.
+  ExpectSuccess("background -y --store store.img live.png out.png");
+  EXPECT_LT(Difference(Read("out.png"), Plain(2, 1, kRed)), 4);
+}
+
+TEST_F(KolmTool, ReplacesBackgroundsByBitmaps) {
+  cv::Mat picture = Plain(64, 48, kGreen);
+  picture.rowRange(24, 48).setTo(kRed);
+  fs::create_directory(folder / "Räume");
+  Write("Räume/picture.bmp", picture);
+  Write("live.png", Plain(128, 96, kBlue));
+  for (const std::string name : {"Räume/picture.bmp", "./Räume/../Räume/picture.bmp"}) {
+    ExpectSuccess("background -y --bitmap " + name + " live.png out.png");
+    const cv::Mat result = Read("out.png");
+    ASSERT_EQ(result.size(), cv::Size(128, 96));
+    EXPECT_LT(Difference(result.rowRange(0, 45), Plain(128, 45, kGreen)), 4);
+    EXPECT_LT(Difference(result.rowRange(50, 96), Plain(128, 46, kRed)), 4);
+  }
+}
+
+TEST_F(KolmTool, TellsWhatIsWrongWithABackground) {
+  Write("live.png", SmallPicture(64, 48));
+  Write("picture.bmp", SmallPicture(64, 48));
+  Write("grey.bmp", cv::Mat(48, 64, CV_8U, cv::Scalar(9)));
+  WriteText(folder / "text.bmp", "no picture at all\n");
+  WriteText(folder / "empty.bmp", "");
+  WriteText(folder / "header.bmp", FileText(folder / "picture.bmp").substr(0, 54));
+  WriteText(folder / "a:b.bmp", "");
+  fs::create_directory(folder / "directory");
+  ExpectSuccess("store create store.img picture.bmp");
+
+  const auto with = [](const std::string& bitmap) {
+    return "background --bitmap " + bitmap + " live.png out.png";
+  };
+  ExpectFailure(with("missing.bmp"), 3, "there is no such file (status 0xC0000034)");
+  ExpectFailure(with("missing/picture.bmp"), 3, "there is no such directory");
+  ExpectFailure(with("directory"), 3, "it is a directory (status 0xC00000BA)");
+  ExpectFailure(with("text.bmp"), 3, "not an uncompressed bitmap of 24 or 32 bits");
+  ExpectFailure(with("empty.bmp"), 3, "not an uncompressed bitmap of 24 or 32 bits");
+  ExpectFailure(with("grey.bmp"), 3, "not an uncompressed bitmap of 24 or 32 bits");
+  ExpectFailure(with("live.png"), 3, "not an uncompressed bitmap of 24 or 32 bits");
+  ExpectFailure(with("header.bmp"), 3, "it ends before its pixels begin");
+  ExpectFailure(with("a:b.bmp"), 3, "characters that the module's paths cannot have");
+  ExpectFailure(with("$(printf 'x\\377.bmp')"), 3, "its path is not UTF-8");
+  fs::permissions(folder / "picture.bmp", fs::perms::none);
+  ExpectFailure(with("picture.bmp"), 3, "no permission to read it (status 0xC0000022)");
+  fs::permissions(folder / "store.img", fs::perms::none);
+  ExpectFailure("background --store store.img live.png out.png", 9,
+                "no permission to read it (status 0xC0000022)");
+  fs::permissions(folder / "store.img", fs::perms::owner_read);
+  ExpectFailure("background --store missing.img live.png out.png", 9, "No such file");
+  ExpectFailure("background --store store.img missing.png out.png", 3, "No such file");
+  ExpectFailure("background --store store.img live.png missing/out.png", 8, "No such file");
+  ExpectFailure("background --store store.img live.png out.xyz", 8, "no picture format");
+  ExpectFailure("background --store store.img live.png out.png", 8, "temporary directory",
+                "export TMPDIR=/proc");
+  ExpectFailure("background live.png out.png", 2, "Exactly 1 option from [--store,--bitmap]");
+  ExpectFailure("background --store store.img --bitmap a.bmp live.png out.png", 2, "Exactly 1");
+  ExpectFailure("background --record 1 --bitmap a.bmp live.png out.png", 2, "requires --store");
+  ExpectFailure("background --store store.img --record x live.png out.png", 2, "--record");
+}
+
+TEST_F(KolmTool, LeavesNothingInTheTemporaryDirectory) {
+  Write("picture.png", SmallPicture(8, 6));
+  ExpectSuccess("store create store.img picture.png");
+  fs::create_directory(folder / "temporary");
+  const Outcome outcome = Run("background --debug-log log --store store.img picture.png out.png",
+                              "export TMPDIR=$PWD/temporary");
+  EXPECT_EQ(outcome.code, 0) << outcome.errors;
+  EXPECT_TRUE(fs::is_empty(folder / "temporary"));
+  EXPECT_EQ(FileText(folder / "log"),
+            "Kolm: Kolm_BG_LoadBackground\n"
+            "Kolm: Kolm_BG_ScaleBackground\n"
+            "Kolm: Kolm_BG_AlphaBlenging\n");
+}
+
+TEST_F(KolmTool, SheetOfAReplacedBackground) {
+  ExpectSuccess("background-sheet sheet.png");
+  const cv::Mat sheet = Read("sheet.png");
+  // 4 cells of 480 x 360 under labels of 34 pixels, 20 apart, 28 from the edges.
+  ASSERT_EQ(sheet.size(), cv::Size(2036, 450));
+  const auto cell = [&](int index) { return sheet(cv::Rect(28 + index * 500, 62, 480, 360)); };
+  const cv::Mat live = cell(0), background = cell(1), alpha = cell(2), result = cell(3);
+  int covered = 0, left = 0;
+  for (int y = 0; y < 360; ++y) {
+    for (int x = 0; x < 480; ++x) {
+      const uchar cover = alpha.at<cv::Vec3b>(y, x)[0];
+      covered += cover == 255;
+      left += cover == 0;
+    }
+  }
+  EXPECT_GT(covered, 480 * 360 * 2 / 5);
+  EXPECT_GT(left, 480 * 360 * 2 / 5);
+  cv::Mat mask;
+  cv::extractChannel(alpha, mask, 0);
+  // Away from edges, where the two pixels of a pair share their colour.
+  const cv::Mat shape = cv::Mat::ones(5, 5, CV_8U);
+  cv::Mat inside, outside;
+  cv::erode(mask == 255, inside, shape);
+  cv::erode(mask == 0, outside, shape);
+  EXPECT_LT(cv::norm(result, background, cv::NORM_L1, inside) / (3.0 * cv::countNonZero(inside)),
+            3);
+  EXPECT_LT(cv::norm(result, live, cv::NORM_L1, outside) / (3.0 * cv::countNonZero(outside)), 3);
+
+  for (const cv::Size& size : {cv::Size(2, 1), cv::Size(900, 2), cv::Size(1000, 1501)}) {
+    Write("picture.png", SmallPicture(size.width, size.height));
+    ExpectSuccess("background-sheet -y picture.png sheet.png");
+    EXPECT_EQ(Read("sheet.png").cols, 2036);
+  }
+  ExpectFailure("background-sheet", 2, "OUTPUT is required");
+  ExpectFailure("background-sheet missing.png out.png", 3, "No such file");
+}
+
 TEST_F(KolmTool, DebuggerLinesGoWhereTheyAreSent) {
   const Outcome outcome = Run("--debug-log - effects");
   EXPECT_EQ(outcome.code, 0);
@@ -332,7 +750,8 @@ TEST_F(KolmTool, DebuggerLinesGoWhereTheyAreSent) {
 }
 
 TEST_F(KolmTool, ExplainsItsCommandLine) {
-  for (const std::string command : {"", "effects ", "sheet ", "apply "}) {
+  for (const std::string command : {"", "effects ", "sheet ", "apply ", "store ", "store create ",
+                                    "background ", "background-sheet "}) {
     SCOPED_TRACE(command);
     const Outcome outcome = Run(command + "--help");
     EXPECT_EQ(outcome.code, 0);
@@ -343,6 +762,8 @@ TEST_F(KolmTool, ExplainsItsCommandLine) {
   ExpectFailure("", 2, "A subcommand is required");
   ExpectFailure("apply picture.png out.png", 2, "--effect is required");
   ExpectFailure("sheet", 2, "OUTPUT is required");
+  ExpectFailure("store", 2, "A subcommand is required");
+  ExpectFailure("store append store.img", 2, "PICTURE is required");
   ExpectFailure("blur", 2, "subcommand is required");
   ExpectFailure("effects --colour", 2, "--colour");
 }
