@@ -59,7 +59,7 @@ const Sources& SourcesOf(Size size) {
   Sources& sources = all[{size.width, size.height}];
   if (sources.packed[0] != nullptr) return sources;
   for (int i = 0; i < kRotation; ++i) {
-    sources.packed[i] = Allocate(FrameBytes(size));
+    sources.packed[i] = Allocate(FrameBytes(size) + LumaBytes(size));
     sources.planar[i] = Allocate(FrameBytes(size));
     Paint(sources.packed[i].get(), size, i);
     const Planes<uint8_t> planes = PlanesAt(sources.planar[i].get(), size);

@@ -36,7 +36,7 @@ Planes<Byte> PlanesAt(Byte* frame, Size size) {
 
 // What one call works on. Both pictures are the same; each may be read up to a page past its end.
 struct Frames {
-  const uint8_t* packed;
+  const uint8_t* packed;  // an alpha plane of LumaBytes follows
   Planes<const uint8_t> planes;
   uint8_t* destination;  // room for the largest frame and a page
 };

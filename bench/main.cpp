@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
   benchmark::AddCustomContext("opencv", CV_VERSION);
   benchmark::AddCustomContext("libyuv", std::to_string(LIBYUV_VERSION));
   benchmark::AddCustomContext("glibc", gnu_get_libc_version());
+  kolm::bench::RegisterBackgroundPairs();
   kolm::bench::RegisterEffectPairs();
   kolm::bench::RegisterScalerPairs();
   benchmark::Initialize(&argc, argv);

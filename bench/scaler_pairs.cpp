@@ -121,23 +121,6 @@ void RegisterNearest(const char* row, Size from, Size to) {
       ResizePieces(from, to, {{Whole(from), Whole(to)}}));
 }
 
-// libyuv scales planes: it takes the frame apart, scales, and packs the result.
-Work ScalePacked(Size from, Size to) {
-  using Buffer = std::vector<uint8_t>;
-  return [=, apart = Buffer(FrameBytes(from)),
-          scaled = Buffer(FrameBytes(to))](const Frames& frames) mutable {
-    const Planes<uint8_t> a = PlanesAt(apart.data(), from);
-    const Planes<uint8_t> b = PlanesAt(scaled.data(), to);
-    libyuv::YUY2ToI422(frames.packed, 2 * from.width, a.y, from.width, a.u, from.width / 2, a.v,
-                       from.width / 2, from.width, from.height);
-    libyuv::I422Scale(a.y, from.width, a.u, from.width / 2, a.v, from.width / 2, from.width,
-                      from.height, b.y, to.width, b.u, to.width / 2, b.v, to.width / 2, to.width,
-                      to.height, libyuv::kFilterBilinear);
-    libyuv::I422ToYUY2(b.y, to.width, b.u, to.width / 2, b.v, to.width / 2, frames.destination,
-                       2 * to.width, to.width, to.height);
-  };
-}
-
 void RegisterBilinear(Size from, Size to) {
   RegisterPair(
       "bilinear", "CropScaleYUV16Bilinear", Name(from, to), from,
@@ -159,6 +142,22 @@ void RegisterBilinear(Size from, Size to) {
 }
 
 }  // namespace
+
+Work ScalePacked(Size from, Size to) {
+  using Buffer = std::vector<uint8_t>;
+  return [=, apart = Buffer(FrameBytes(from)),
+          scaled = Buffer(FrameBytes(to))](const Frames& frames) mutable {
+    const Planes<uint8_t> a = PlanesAt(apart.data(), from);
+    const Planes<uint8_t> b = PlanesAt(scaled.data(), to);
+    libyuv::YUY2ToI422(frames.packed, 2 * from.width, a.y, from.width, a.u, from.width / 2, a.v,
+                       from.width / 2, from.width, from.height);
+    libyuv::I422Scale(a.y, from.width, a.u, from.width / 2, a.v, from.width / 2, from.width,
+                      from.height, b.y, to.width, b.u, to.width / 2, b.v, to.width / 2, to.width,
+                      to.height, libyuv::kFilterBilinear);
+    libyuv::I422ToYUY2(b.y, to.width, b.u, to.width / 2, b.v, to.width / 2, frames.destination,
+                       2 * to.width, to.width, to.height);
+  };
+}
 
 void RegisterScalerPairs() {
   constexpr Size kSmall = {640, 480};

@@ -54,6 +54,10 @@ ROWS = [
     Row("bilinear", "libyuv apart, scale, pack", 1.0, 0.5,
         each(ENLARGED, "CropScaleYUV16Bilinear")),
     Row("plane", "libyuv ScalePlane", 0.8, 0.4, each(ENLARGED, "ScalePlaneBilinear")),
+    Row("blending", "libyuv BlendPlane", 1.3, 1.0, each(SIZES, "BlendBackground")),
+    Row("background", "libyuv, picture and alpha", 1.0, 0.5,
+        each(["640x480-1280x720"], "ScaleBackground")),
+    Row("conversion", "libyuv by way of ARGB", 1.0, 0.6, each(["640x480"], "ConvertPicture:24")),
 ]
 
 
