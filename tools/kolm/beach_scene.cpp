@@ -139,7 +139,8 @@ void DrawPalm(Canvas& canvas, cv::RNG& random) {
   const Point crown(566, 74);
   const Shape trunk = Stroke({{628, 470}, {612, 360}, {590, 220}, crown}, 15);
   PaintGradient(canvas, trunk, {560, 0}, Rgb(0xA8693E), {632, 0}, Rgb(0x2E1620));
-  for (float y = 84; y < 470; y += 9) {
+  for (int ring = 84; ring < 470; ring += 9) {
+    const float y = static_cast<float>(ring);
     Paint(canvas, Soft(Stroke({{540, y - 2}, {590, y + 3}, {650, y - 2}}, 2), 0.5f) & trunk,
           Rgb(0x241018), 0.55f);
   }

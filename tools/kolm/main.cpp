@@ -163,7 +163,8 @@ void AddStoreCommand(CLI::App& app, StoreOptions& options, std::function<void()>
       "count\nfrom 1 to at most 2331. Pictures may have any size, with or without an alpha plane; "
       "without one\nthey cover all. They are cropped to 4:3 around their middle, or stretched with "
       "--stretch.");
-  const auto add = [&](const char* name, const char* description, std::function<void()> command) {
+  const auto add = [&](const char* name, const char* description,
+                       const std::function<void()>& command) {
     CLI::App* subcommand = store->add_subcommand(name, description);
     subcommand->add_option("FILE", options.store, "The store")->required()->type_name("");
     subcommand->callback([&work, command] { work = command; });

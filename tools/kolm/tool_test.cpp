@@ -391,7 +391,11 @@ TEST_F(KolmTool, CropsToTheMiddleOrStretches) {
   ExpectSuccess("store append store.img tall.png");
   for (int record = 1; record <= 4; ++record) {
     const std::string number = std::to_string(record);
-    ExpectSuccess("store extract store.img " + number + " " + number + ".png");
+    std::string arguments = "store extract store.img ";
+    arguments += number;
+    arguments += ' ';
+    arguments += number;
+    ExpectSuccess(arguments + ".png");
   }
   EXPECT_LT(Difference(Colours(Read("1.png")), Plain(640, 480, kGreen)), 2);
   EXPECT_LT(Difference(Colours(Read("4.png")), Plain(640, 480, kGreen)), 2);
