@@ -35,6 +35,7 @@ void BlendPixels_Plain(const Operands& o, size_t first, size_t end) {
 }
 
 constexpr size_t kBlockPixels = 16;
+constexpr size_t kPrefetchBytes = 1024;
 
 // 8 pixels. The products' factors are unsigned and signed: bytes go in less 128, and since both
 // weights of a byte add up to 255, its sum comes out less 128 * 255 and stays within 16 signed
@@ -66,6 +67,9 @@ __attribute__((target("ssse3"))) size_t BlendBlocks_SSSE3(const Operands& o, siz
     const uint8_t* background = o.background + pixel * 2;
     const uint8_t* live = o.live + pixel * 2;
     const __m128i alpha = LoadVector_SSE2(o.alpha + pixel);
+    // A block may leave either frame out, which loses the processor's track of it.
+    _mm_prefetch(reinterpret_cast<const char*>(background + kPrefetchBytes), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char*>(live + kPrefetchBytes), _MM_HINT_T0);
     const int32_t opaque = _mm_movemask_epi8(_mm_cmpeq_epi8(alpha, _mm_set1_epi8(-1)));
     const int32_t clear = _mm_movemask_epi8(_mm_cmpeq_epi8(alpha, _mm_setzero_si128()));
     __m128i first;

@@ -70,7 +70,6 @@ void SampleRows_Plain(const Sampling& s) {
 // columns, each beginning at an even or an odd one; near the right edge others follow.
 constexpr int32_t kGroupPairs = 4;
 constexpr int32_t kGroupBytes = 16;
-constexpr int32_t kTileGroups = 128;
 constexpr int32_t kTileShuffles = 20;
 
 // A pair's bytes have two candidates, its first pixel's (a) and its second pixel's (b); their floor
@@ -91,9 +90,12 @@ struct Group {
 
 template <int windows>
 struct Tile {
+  // A row of 2048 pixels; half of that where it is reduced so far that 4 windows are needed.
+  static constexpr int32_t kGroups = windows == 4 ? 128 : 256;
+
   Shuffle<windows> shuffles[kTileShuffles];
   uint32_t keys[kTileShuffles];  // what tells one shuffle from another
-  Group<windows> groups[kTileGroups];
+  Group<windows> groups[kGroups];
   int32_t shuffleCount;
   int32_t groupCount;
 };
@@ -256,7 +258,7 @@ void SampleRows_SSSE3(const Sampling& s, int32_t srcWidth) {
   Tile<windows> tile;
   int32_t first = SampleSteadyRows_SSSE3(s, srcWidth, &tile);
   for (; first < s.pairs; first += tile.groupCount * kGroupPairs) {
-    PlanTile(&tile, s, first, srcWidth, kTileGroups);
+    PlanTile(&tile, s, first, srcWidth, Tile<windows>::kGroups);
     const int32_t lastGroup = GroupStart(first, tile.groupCount - 1, s.pairs);
     const ptrdiff_t lastByte = ptrdiff_t{lastGroup - first} * 4;
     const int32_t from = lastGroup < first ? lastGroup : first;

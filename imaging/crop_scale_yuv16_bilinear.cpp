@@ -116,8 +116,8 @@ void InterpolateRegion_Plain(const Region& r) {
 // works in tiles of columns whose rows the stack can hold, in groups of 4 pairs (8 pixels).
 constexpr int32_t kGroupPairs = 4;
 constexpr int32_t kGroupPixels = 8;
-constexpr int32_t kTileGroups = 12;
-constexpr int32_t kTileShuffles = 10;
+constexpr int32_t kTileGroups = 24;
+constexpr int32_t kTileShuffles = 8;
 
 // The three vectors of a group: its 8 luma, and U and V in turn of the 4 pairs' first and second
 // pixels.
@@ -136,7 +136,6 @@ struct Shuffle {
 };
 
 struct Group {
-  alignas(16) uint16_t fractions[kGroupPixels];
   uint16_t starts[2];    // of the windows, in source pixel pairs
   uint16_t shuffles[2];  // indices
 };
@@ -210,10 +209,7 @@ void PlanTile(Tile* tile, int32_t x, int32_t stepX, int32_t most, int32_t window
       const int32_t windowX = Advance(x, stepX, window * kGroupPixels / windows);
       if (!PlanWindow(tile, group, window, windows, windowX, srcWidth)) return;
     }
-    for (uint16_t& fraction : group->fractions) {
-      fraction = static_cast<uint16_t>(x);
-      x = Advance(x, stepX);
-    }
+    x = Advance(x, stepX, kGroupPixels);
   }
 }
 
@@ -238,6 +234,18 @@ void InterpolateAcross_Plain(const Tile& tile, const uint8_t* row, GroupRow* row
 template <int windows>
 __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, const uint8_t* row,
                                                               GroupRow* rows) {
+  alignas(16) uint16_t first[kVectors][kGroupPixels];
+  for (int32_t pixel = 0; pixel < kGroupPixels; ++pixel) {
+    // Chroma lanes stand in pairs, U and V of pixels 0, 2, 4, 6 and of 1, 3, 5, 7.
+    const int32_t even = pixel / 2 * 2;
+    first[kLuma][pixel] = static_cast<uint16_t>(Advance(tile.x, tile.stepX, pixel));
+    first[kFirstChroma][pixel] = static_cast<uint16_t>(Advance(tile.x, tile.stepX, even));
+    first[kSecondChroma][pixel] = static_cast<uint16_t>(Advance(tile.x, tile.stepX, even + 1));
+  }
+  __m128i fractions[kVectors];
+  for (int32_t i = 0; i < kVectors; ++i) fractions[i] = LoadVector_SSE2(first[i]);
+  const __m128i groupStep =
+      _mm_set1_epi16(static_cast<int16_t>(Advance(0, tile.stepX, kGroupPixels)));
   for (int32_t group = 0; group < tile.groupCount; ++group) {
     const Group& plan = tile.groups[group];
     const __m128i pixels = LoadWindow_SSE2(row, plan.starts[0]);
@@ -256,16 +264,9 @@ __attribute__((target("ssse3"))) void InterpolateAcross_SSSE3(const Tile& tile, 
         right[i] = _mm_or_si128(right[i], _mm_shuffle_epi8(pixels2, shuffle2.right[i]));
       }
     }
-    const __m128i fraction = LoadVector_SSE2(plan.fractions);
-    constexpr int kEven = _MM_SHUFFLE(2, 2, 0, 0);
-    constexpr int kOdd = _MM_SHUFFLE(3, 3, 1, 1);
-    const __m128i fractions[kVectors] = {
-        fraction,
-        _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kEven), kEven),
-        _mm_shufflehi_epi16(_mm_shufflelo_epi16(fraction, kOdd), kOdd),
-    };
     for (int32_t i = 0; i < kVectors; ++i) {
       StoreVector_SSE2(rows[group].lanes[i], Interpolate_SSE2(left[i], right[i], fractions[i]));
+      fractions[i] = _mm_add_epi16(fractions[i], groupStep);
     }
   }
 }

@@ -10,7 +10,8 @@
  * Rules for every export
  *   - It writes one line to the kernel debugger, works on the caller's thread and returns when all
  *     is done.
- *   - Pointers need no alignment. Null pointers are not accepted unless said so.
+ *   - Pointers need no alignment, but for a path's two bytes. Null pointers are not accepted
+ *     unless said so.
  *   - Results are NTSTATUS values, 0 for success.
  *   - A buffer's size is the caller's word: the module cannot check it.
  *   - Calls may run at the same time on different threads, but for the face-tracking family.
