@@ -1,4 +1,4 @@
-// Bitmap files as ImageMagick writes them, in several depths and versions of the header.
+// Bitmap files as other programs write them, in several depths and versions of the header.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,15 +11,18 @@
 namespace kolm {
 namespace {
 
-// Gives ImageMagick the picture, B, G, R, A in each pixel and rows from top to bottom, and lets it
-// write the bitmap file.
-void ConvertByProgram(const SystemRoot& root, const Bytes& bgra, Size size,
-                      const std::string& options, const std::string& format) {
+// Gives a program the picture, B, G, R, A in each pixel and rows from top to bottom, and lets it
+// write the bitmap file. In the command RAW, SIZE and OUT stand for the picture's file, its size
+// and the bitmap.
+void WriteByProgram(const SystemRoot& root, const Bytes& bgra, Size size, std::string command) {
   const std::filesystem::path raw = root.Folder() / "picture.bgra";
   WriteFile(raw, bgra);
-  const std::string command = "convert -size " + std::to_string(size.width) + "x" +
-                              std::to_string(size.height) + " -depth 8 'bgra:" + raw.string() +
-                              "' " + options + " '" + format + ":" + root.Bitmap().string() + "'";
+  const auto put = [&command](const std::string& word, const std::string& value) {
+    command.replace(command.find(word), word.size(), value);
+  };
+  put("SIZE", std::to_string(size.width) + "x" + std::to_string(size.height));
+  put("RAW", raw.string());
+  put("OUT", root.Bitmap().string());
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
@@ -36,21 +39,37 @@ Bytes Picture(Size size) { return NoiseFrame(size.width, size.height * 2); }
 
 struct Written {
   const char* name;
-  const char* options;
-  const char* format;
+  std::string command;
   uint32_t bits, headerBytes;
 };
 
-class ImageMagick : public testing::TestWithParam<Written> {};
+std::string ImageMagick(const std::string& options, const std::string& format) {
+  return "/usr/bin/convert -size SIZE -depth 8 'bgra:RAW' " + options + " '" + format + ":OUT'";
+}
 
-TEST_P(ImageMagick, FilesLoad) {
+std::string Ffmpeg(const std::string& pixelFormat) {
+  return "ffmpeg -loglevel error -y -f rawvideo -pix_fmt bgra -s SIZE -i 'RAW' -pix_fmt " +
+         pixelFormat + " -c:v bmp -f image2 -update 1 'OUT'";
+}
+
+std::string Pillow(const std::string& mode) {
+  return "/usr/bin/python3 -c '"
+         "import sys; from PIL import Image; size = tuple(map(int, sys.argv[1].split(\"x\"))); "
+         "data = open(sys.argv[2], \"rb\").read(); "
+         "Image.frombytes(\"RGBA\", size, data, \"raw\", \"BGRA\").convert(\"" +
+         mode + "\").save(sys.argv[3], \"BMP\")' SIZE 'RAW' 'OUT'";
+}
+
+class ByProgram : public testing::TestWithParam<Written> {};
+
+TEST_P(ByProgram, FilesLoad) {
   const Written& written = GetParam();
   const SystemRoot root;
   const Bytes before(kRecordBytes, 0xA5);
   for (const Size size : {Size{640, 480}, Size{321, 123}, Size{1, 1}, Size{1003, 5}}) {
     SCOPED_TRACE(size.width);
     const Bytes picture = Picture(size);
-    ConvertByProgram(root, picture, size, written.options, written.format);
+    WriteByProgram(root, picture, size, written.command);
     if (HasFatalFailure()) return;
     ASSERT_EQ(HeaderField(root, 28, 2), written.bits);
     ASSERT_EQ(HeaderField(root, 14, 4), written.headerBytes);
@@ -76,20 +95,25 @@ TEST_P(ImageMagick, FilesLoad) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Programs, ImageMagick,
-    testing::Values(Written{"Colour3", "-alpha off -type TrueColor", "bmp3", 24, 40},
-                    Written{"Colour4", "-alpha off -type TrueColor", "bmp", 24, 124},
-                    Written{"Alpha4", "-type TrueColorAlpha", "bmp", 32, 124}),
+    Programs, ByProgram,
+    testing::Values(
+        Written{"ImageMagickColour3", ImageMagick("-alpha off -type TrueColor", "bmp3"), 24, 40},
+        Written{"ImageMagickColour4", ImageMagick("-alpha off -type TrueColor", "bmp"), 24, 124},
+        Written{"ImageMagickAlpha4", ImageMagick("-type TrueColorAlpha", "bmp"), 32, 124},
+        Written{"FfmpegColour", Ffmpeg("bgr24"), 24, 40},
+        Written{"FfmpegAlpha", Ffmpeg("bgra"), 32, 40},
+        Written{"PillowColour", Pillow("RGB"), 24, 40},
+        Written{"PillowAlpha", Pillow("RGBA"), 32, 40}),
     [](const auto& written) { return std::string(written.param.name); });
 
-class ImageMagickRefused : public testing::TestWithParam<Written> {};
+class ByProgramRefused : public testing::TestWithParam<Written> {};
 
-TEST_P(ImageMagickRefused, FilesAreRefused) {
+TEST_P(ByProgramRefused, FilesAreRefused) {
   const Written& written = GetParam();
   const SystemRoot root;
   const Bytes before(kRecordBytes, 0xA5);
   const Size size = {64, 48};
-  ConvertByProgram(root, Picture(size), size, written.options, written.format);
+  WriteByProgram(root, Picture(size), size, written.command);
   if (HasFatalFailure()) return;
   ASSERT_EQ(HeaderField(root, 28, 2), written.bits);
   const reference::Loaded expected = {static_cast<int32_t>(0xC0000001), before, {}};
@@ -97,10 +121,15 @@ TEST_P(ImageMagickRefused, FilesAreRefused) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Programs, ImageMagickRefused,
-    testing::Values(Written{"Palette", "-alpha off -type Palette -colors 200", "bmp3", 8, 40},
-                    Written{"BlackAndWhite", "-alpha off -type Bilevel", "bmp3", 1, 40},
-                    Written{"Bits16", "-alpha off -define bmp:subtype=RGB565", "bmp", 16, 124}),
+    Programs, ByProgramRefused,
+    testing::Values(Written{"ImageMagickPalette",
+                            ImageMagick("-alpha off -type Palette -colors 200", "bmp3"), 8, 40},
+                    Written{"ImageMagickBlackAndWhite",
+                            ImageMagick("-alpha off -type Bilevel", "bmp3"), 1, 40},
+                    Written{"ImageMagickBits16",
+                            ImageMagick("-alpha off -define bmp:subtype=RGB565", "bmp"), 16, 124},
+                    Written{"FfmpegBits16", Ffmpeg("rgb555le"), 16, 40},
+                    Written{"PillowGrey", Pillow("L"), 8, 40}),
     [](const auto& written) { return std::string(written.param.name); });
 
 }  // namespace
