@@ -181,7 +181,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--bench", default="build/host/kolm_bench", help="the program to run")
     parser.add_argument("--filter", default=".", metavar="REGEX",
-                        help="only pairs whose name (row/work/size/side) it is found in")
+                        help="only pairs whose name (ROW/WORK/SIZE/SIDE) it is found in")
     parser.add_argument("--instruction-set", choices=["plain", "sse2", "ssse3"],
                         help="hold the library to it; default: the best that the machine has")
     parser.add_argument("--repetitions", type=int, default=9)
