@@ -1,0 +1,51 @@
+// The face cascade as read from its text records: what the detector is built from. It lives only
+// while the detector is being built.
+#pragma once
+
+#include <stdint.h>
+
+namespace kolm {
+
+// Pixels of the detection window.
+struct CascadeRectangle {
+  int32_t x, y, width, height;
+  float weight;
+};
+
+struct HaarFeature {
+  int32_t tilted;  // 1: the rectangles are rotated by 45 degrees
+  CascadeRectangle rectangles[3];
+};
+
+// A decision tree of nodeCount nodes; its arrays share one block.
+struct CascadeTree {
+  int32_t nodeCount;
+  HaarFeature* features;
+  float* thresholds;
+  int32_t* left;  // above 0 another node's index, otherwise minus a leaf's index
+  int32_t* right;
+  float* leaves;  // nodeCount + 1
+};
+
+struct CascadeStage {
+  int32_t treeCount;
+  float threshold;
+  CascadeTree* trees;
+};
+
+struct FaceCascade {
+  int32_t stageCount;
+  int32_t width, height;  // of the detection window
+  CascadeStage* stages;
+};
+
+// Reads the built-in records, whatever the name. Returns null if there is no memory.
+FaceCascade* LoadFaceCascade(const char* name, int32_t width, int32_t height);
+
+// Reads `records`, one per stage, up to a null pointer. A field that cannot be read becomes 0.
+FaceCascade* ReadFaceCascade(const char* const* records, int32_t width, int32_t height);
+
+// Null is fine.
+void ReleaseFaceCascade(FaceCascade* cascade);
+
+}  // namespace kolm
