@@ -271,36 +271,19 @@ void SampleRows_SSSE3(const Sampling& s, int32_t srcWidth) {
   }
 }
 
-}  // namespace
-
-void CropScaleYUV16ToRows(const uint8_t* src, int32_t srcWidth, int32_t /*srcHeight*/, uint8_t* dst,
-                          size_t dstStride, int32_t dstWidth, int32_t dstHeight, int32_t cropX,
-                          int32_t cropY, int32_t cropWidth, int32_t cropHeight) {
-  if (dstWidth <= 0 || dstHeight <= 0) return;
-  const Sampling s = {
-      .src = src,
-      .srcStride = ptrdiff_t{srcWidth} * 2,
-      .dst = dst,
-      .dstStride = dstStride,
-      .pairs = (dstWidth - 1) / 2 + 1,
-      .rows = dstHeight,
-      .x = FixedPoint(cropX),
-      .stepX = FixedPoint(cropWidth) / dstWidth,
-      .y = FixedPoint(cropY),
-      .stepY = FixedPoint(cropHeight) / dstHeight,
-  };
+// inside: all columns lie in the source row.
+void SampleRows(const Sampling& s, int32_t srcWidth, bool inside) {
   // Windows lie inside a source row of whole pixel pairs.
-  const bool inside = cropX >= 0 && cropX <= srcWidth && cropWidth <= srcWidth - cropX &&
-                      srcWidth >= kYuv16WindowPixels && srcWidth % 2 == 0;
-  const bool whole = dstWidth % 2 == 0 && s.pairs >= kGroupPairs;
-  if (s.stepX == 1 << 16 && cropX % 2 == 0 && dstWidth % 2 == 0) {
+  const bool windows = inside && srcWidth >= kYuv16WindowPixels && srcWidth % 2 == 0 &&
+                       s.pairs >= kGroupPairs && s.stepX > 0 &&
+                       AvailableInstructionSet() >= InstructionSet::SSSE3;
+  if (s.stepX == 1 << 16 && s.x % (2 << 16) == 0) {
     // Each pair keeps its own chroma: whole rows are copied.
     const size_t bytes = size_t{4} * static_cast<size_t>(s.pairs);
-    ForEachRow(s, 0, bytes, [cropX, bytes](const uint8_t* row, uint8_t* dst) {
-      KolmCopy(dst, row + ptrdiff_t{cropX} * 2, bytes);
+    ForEachRow(s, 0, bytes, [&s, bytes](const uint8_t* row, uint8_t* dst) {
+      KolmCopy(dst, row + ptrdiff_t{s.x >> 16} * 2, bytes);
     });
-  } else if (AvailableInstructionSet() < InstructionSet::SSSE3 || !inside || !whole ||
-             s.stepX <= 0) {
+  } else if (!windows) {
     SampleRows_Plain(s);
   } else if (s.stepX * int64_t{7} <= 6 << 16) {
     SampleRows_SSSE3<1>(s, srcWidth);
@@ -313,12 +296,129 @@ void CropScaleYUV16ToRows(const uint8_t* src, int32_t srcWidth, int32_t /*srcHei
   }
 }
 
+Sampling MakeSampling(const uint8_t* src, int32_t srcWidth, uint8_t* dst, size_t dstStride,
+                      int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
+                      int32_t cropWidth, int32_t cropHeight) {
+  return {
+      .src = src,
+      .srcStride = ptrdiff_t{srcWidth} * 2,
+      .dst = dst,
+      .dstStride = dstStride,
+      .pairs = (dstWidth - 1) / 2 + 1,
+      .rows = dstHeight,
+      .x = FixedPoint(cropX),
+      .stepX = FixedPoint(cropWidth) / dstWidth,
+      .y = FixedPoint(cropY),
+      .stepY = FixedPoint(cropHeight) / dstHeight,
+  };
+}
+
+size_t PairRowBytes(int32_t width) { return size_t{4} * ((static_cast<size_t>(width) + 1) / 2); }
+
+struct Range {
+  int32_t first, end;
+};
+
+// Byte `byte` of row `row`, counted on from the frame's first byte as if rows went on at either
+// end; where that is outside the frame, the same byte of the nearest row, and failing that of the
+// frame's first or last pixel pair. frameBytes is at least 4.
+uint8_t ByteInside(const Sampling& s, ptrdiff_t frameBytes, int32_t row, int32_t byte) {
+  ptrdiff_t at = row * s.srcStride + byte;
+  if (at < 0) {
+    at = byte;
+  } else if (at >= frameBytes) {
+    at = frameBytes - s.srcStride + byte;
+  }
+  if (at < 0) return s.src[byte & 3];
+  if (at >= frameBytes) return s.src[frameBytes - 4 + (byte & 3)];
+  return s.src[at];
+}
+
+// The destination's `pairs` of its `rows`.
+void SampleInside(const Sampling& s, ptrdiff_t frameBytes, Range rows, Range pairs) {
+  for (int32_t j = rows.first; j < rows.end; ++j) {
+    const int32_t row = Advance(s.y, s.stepY, j) >> 16;
+    uint8_t* dst = s.dst + static_cast<size_t>(j) * s.dstStride;
+    for (int32_t pair = pairs.first; pair < pairs.end; ++pair) {
+      int32_t luma[2], u = 0, v = 0;
+      for (int32_t i = 0; i < 2; ++i) {
+        const int32_t column = Advance(s.x, s.stepX, 2 * pair + i) >> 16;
+        const int32_t start = (column & ~1) * 2;
+        luma[i] = ByteInside(s, frameBytes, row, column * 2);
+        u += ByteInside(s, frameBytes, row, start + 1);
+        v += ByteInside(s, frameBytes, row, start + 3);
+      }
+      uint8_t* out = dst + static_cast<size_t>(pair) * 4;
+      out[0] = static_cast<uint8_t>(luma[0]);
+      out[1] = static_cast<uint8_t>(u >> 1);
+      out[2] = static_cast<uint8_t>(luma[1]);
+      out[3] = static_cast<uint8_t>(v >> 1);
+    }
+  }
+}
+
+// Which groups of `perGroup` positions, of `groups` in a row, lie wholly at samples 0 to size - 1:
+// none if the positions run backwards or wrap.
+Range GroupsInside(int32_t position, int32_t step, int32_t perGroup, int32_t groups, int32_t size) {
+  const int64_t count = int64_t{groups} * perGroup;
+  if (step < 0 || position + step * (count - 1) > INT32_MAX) return {0, 0};
+  // How many of the positions lie before `sample`.
+  const auto before = [=](int64_t sample) {
+    const int64_t distance = (sample << 16) - position;
+    if (distance <= 0) return int64_t{0};
+    const int64_t most = step == 0 ? count : (distance + step - 1) / step;
+    return most < count ? most : count;
+  };
+  return {static_cast<int32_t>((before(0) + perGroup - 1) / perGroup),
+          static_cast<int32_t>(before(size) / perGroup)};
+}
+
+}  // namespace
+
+void CropScaleYUV16ToRows(const uint8_t* src, int32_t srcWidth, int32_t /*srcHeight*/, uint8_t* dst,
+                          size_t dstStride, int32_t dstWidth, int32_t dstHeight, int32_t cropX,
+                          int32_t cropY, int32_t cropWidth, int32_t cropHeight) {
+  if (dstWidth <= 0 || dstHeight <= 0) return;
+  const Sampling s = MakeSampling(src, srcWidth, dst, dstStride, dstWidth, dstHeight, cropX, cropY,
+                                  cropWidth, cropHeight);
+  const bool inside = cropX >= 0 && cropX <= srcWidth && cropWidth <= srcWidth - cropX;
+  SampleRows(s, srcWidth, inside && dstWidth % 2 == 0);
+}
+
 void CropScaleYUV16(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
                     int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
                     int32_t cropWidth, int32_t cropHeight) {
-  const size_t stride = dstWidth <= 0 ? 0 : size_t{4} * ((static_cast<size_t>(dstWidth) + 1) / 2);
+  const size_t stride = dstWidth <= 0 ? 0 : PairRowBytes(dstWidth);
   CropScaleYUV16ToRows(src, srcWidth, srcHeight, dst, stride, dstWidth, dstHeight, cropX, cropY,
                        cropWidth, cropHeight);
+}
+
+void CropScaleYUV16Inside(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
+                          int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
+                          int32_t cropWidth, int32_t cropHeight) {
+  const ptrdiff_t frameBytes = ptrdiff_t{srcWidth} * srcHeight * 2;
+  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0 || frameBytes < 4) return;
+  const Sampling s = MakeSampling(src, srcWidth, dst, PairRowBytes(dstWidth), dstWidth, dstHeight,
+                                  cropX, cropY, cropWidth, cropHeight);
+  Range rows = GroupsInside(s.y, s.stepY, 1, s.rows, srcHeight);
+  Range pairs = GroupsInside(s.x, s.stepX, 2, s.pairs, srcWidth);
+  // The last pair of an odd width has no second pixel.
+  if (srcWidth % 2 != 0 || rows.first >= rows.end || pairs.first >= pairs.end) {
+    rows = pairs = {0, 0};
+  }
+
+  SampleInside(s, frameBytes, {0, rows.first}, {0, s.pairs});
+  SampleInside(s, frameBytes, rows, {0, pairs.first});
+  SampleInside(s, frameBytes, rows, {pairs.end, s.pairs});
+  SampleInside(s, frameBytes, {rows.end, s.rows}, {0, s.pairs});
+  if (rows.first == rows.end) return;
+  Sampling middle = s;
+  middle.dst += static_cast<size_t>(rows.first) * s.dstStride + size_t{4} * pairs.first;
+  middle.pairs = pairs.end - pairs.first;
+  middle.rows = rows.end - rows.first;
+  middle.x = Advance(s.x, s.stepX, 2 * pairs.first);
+  middle.y = Advance(s.y, s.stepY, rows.first);
+  SampleRows(middle, srcWidth, true);
 }
 
 }  // namespace kolm

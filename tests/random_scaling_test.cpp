@@ -117,6 +117,61 @@ TEST(RandomScaling, BilinearCropScaleEqualsItsReference) {
       1500, [](Random& random) { return CompareRandomCropScale(random, Kernel::Bilinear); });
 }
 
+// One side of a rectangle that may leave a source of `side` pixels: start and length.
+std::pair<int32_t, int32_t> AnyPart(Random& random, int32_t side) {
+  const auto small = [&](int32_t least, int32_t most) {
+    return least + static_cast<int32_t>(random.Between(0, static_cast<uint32_t>(most - least)));
+  };
+  switch (random.Between(0, 7)) {
+    case 0:  // the whole, moved by one
+    case 1:
+      return {-1, side};
+    case 2:
+      return {0, side};
+    case 3:  // inside
+      return {small(0, side - 1), 1};
+    case 4:  // across either edge
+    case 5:
+      return {small(-side - 3, side + 3), small(-3, 2 * side + 3)};
+    case 6:  // where positions overflow
+      return {static_cast<int32_t>(random.Bits() % 4) * 16384 - 3 + small(0, 6),
+              static_cast<int32_t>(random.Bits() % 4) * 16384 - 3 + small(0, 6)};
+    default:
+      return {static_cast<int32_t>(random.Bits()), static_cast<int32_t>(random.Bits())};
+  }
+}
+
+TEST(RandomScaling, AnyRectangleReadsInsideTheFrameAlone) {
+  ForEachRandomCase(6000, [](Random& random) {
+    int32_t srcWidth = SourceSide(random);
+    if (!random.OneIn(8)) srcWidth = std::min(32766, srcWidth + srcWidth % 2);
+    if (random.OneIn(200)) srcWidth = 40000;
+    int32_t srcHeight = SourceSide(random);
+    if (srcWidth > 1000) srcHeight = std::min(srcHeight, 4);
+    if (srcWidth * srcHeight < 2) srcHeight = 2;
+    const auto [x, width] = AnyPart(random, srcWidth);
+    const auto [y, height] = AnyPart(random, srcHeight);
+    int32_t dstWidth = random.OneIn(3) ? srcWidth : DestinationSide(random, srcWidth);
+    if (!random.OneIn(6)) dstWidth += dstWidth % 2;
+    int32_t dstHeight = random.OneIn(3) ? srcHeight : DestinationSide(random, srcHeight);
+    if (dstWidth > 1000 || dstHeight > 1000) dstHeight = std::min(dstHeight, 5);
+    char description[192];
+    std::snprintf(description, sizeof description, "%d x %d at %d, %d of %d x %d to %d x %d", width,
+                  height, x, y, srcWidth, srcHeight, dstWidth, dstHeight);
+    DescribeCase(description);
+    const Bytes source = RandomPicture(random, static_cast<size_t>(srcWidth) * srcHeight * 2,
+                                       static_cast<size_t>(srcWidth) * 2);
+    const Crop crop = {x, y, width, height};
+    return CompareGuarded(
+        source,
+        reference::CropScaleYuv16Inside(source, srcWidth, srcHeight, dstWidth, dstHeight, crop),
+        [&](const uint8_t* frame, uint8_t* destination) {
+          CropScaleYUV16Inside(frame, srcWidth, srcHeight, destination, dstWidth, dstHeight, crop.x,
+                               crop.y, crop.width, crop.height);
+        });
+  });
+}
+
 TEST(RandomScaling, PlaneEqualsItsReference) {
   ForEachRandomCase(1500, [](Random& random) {
     const int32_t srcWidth = SourceSide(random);

@@ -1,4 +1,5 @@
-// Positions are 64-bit here: within the sizes that the kernels take they are the same numbers.
+// Positions are 64-bit here: within the sizes that the kernels take they are the same numbers. Only
+// where any rectangle is taken they are cut down to 32 bits.
 #include "tests/reference_scaling.h"
 
 #include <algorithm>
@@ -40,6 +41,16 @@ void AppendPair(Bytes& out, const Sample& a, const Sample& b) {
 
 int64_t Step(int64_t from, int64_t to) { return from * kOne / to; }
 
+uint8_t ByteInside(const Bytes& frame, int64_t width, int64_t height, int64_t row, int64_t byte) {
+  const auto size = static_cast<int64_t>(frame.size());
+  const auto isInside = [size](int64_t at) { return at >= 0 && at < size; };
+  const int64_t plain = row * width * 2 + byte;
+  if (isInside(plain)) return frame[plain];
+  const int64_t nearest = std::clamp<int64_t>(row, 0, height - 1) * width * 2 + byte;
+  if (isInside(nearest)) return frame[nearest];
+  return frame.at((nearest < 0 ? 0 : size - 4) + (byte & 3));
+}
+
 }  // namespace
 
 Bytes CropScaleYuv16(const Bytes& source, int32_t srcWidth, int32_t dstWidth, int32_t dstHeight,
@@ -56,6 +67,27 @@ Bytes CropScaleYuv16(const Bytes& source, int32_t srcWidth, int32_t dstWidth, in
       AppendPair(out, SampleAt(source, rowStart, x >> 16),
                  SampleAt(source, rowStart, (x + stepX) >> 16));
     }
+  }
+  return out;
+}
+
+Bytes CropScaleYuv16Inside(const Bytes& source, int32_t srcWidth, int32_t srcHeight,
+                           int32_t dstWidth, int32_t dstHeight, Crop crop) {
+  Bytes out;
+  const auto cut = [](int64_t position) { return static_cast<int32_t>(position); };
+  const int64_t stepX = cut(crop.width * kOne) / dstWidth;
+  const int64_t stepY = cut(crop.height * kOne) / dstHeight;
+  for (int64_t j = 0; j < dstHeight; ++j) {
+    const int64_t row = cut(crop.y * kOne + j * stepY) >> 16;
+    const auto sample = [&](int64_t i) {
+      const int64_t column = cut(crop.x * kOne + i * stepX) >> 16;
+      const int64_t pair = (column & ~1) * 2;
+      const auto byte = [&](int64_t at) {
+        return ByteInside(source, srcWidth, srcHeight, row, at);
+      };
+      return Sample{byte(column * 2), byte(pair + 1), byte(pair + 3)};
+    };
+    for (int64_t i = 0; i < dstWidth; i += 2) AppendPair(out, sample(i), sample(i + 1));
   }
   return out;
 }
