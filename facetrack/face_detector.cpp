@@ -1,0 +1,357 @@
+// The one file that knows OpenCV. OpenCV takes its arguments on trust in places and throws in
+// others: what it cannot take is kept from it, and whatever it throws ends here.
+#include "facetrack/face_detector.h"
+
+#include <limits.h>
+#include <math.h>
+#include <opencv2/core/core_c.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "module/memory.h"
+
+namespace kolm {
+
+struct FaceDetector {
+  cv::CascadeClassifier classifier;
+  cv::Size window;
+  // Of the largest table of sums that the classifier may have made: it never makes one smaller.
+  int64_t sumColumns = 0;
+  int64_t sumRows = 0;
+};
+
+namespace {
+
+constexpr int kNeighbours = 2;
+constexpr int kFlags = 1;
+
+// Windows below have no inside to take the brightness of. Above, the step from one window size to
+// the next, of up to 4294967, could lead out of 31 bits.
+constexpr int32_t kSmallestWindow = 3;
+constexpr int32_t kLargestWindow = 400;
+
+// Whether all corners at which the feature's sums are read lie in the window.
+bool LiesInWindow(const HaarFeature& feature, const FaceCascade& cascade) {
+  return std::all_of(std::begin(feature.rectangles), std::end(feature.rectangles),
+                     [&](const CascadeRectangle& rectangle) {
+                       const int64_t x = rectangle.x, y = rectangle.y;
+                       const int64_t width = rectangle.width, height = rectangle.height;
+                       if (x < 0 || x >= cascade.width || y < 0 || y >= cascade.height)
+                         return false;
+                       if (width < 0 || height < 0 || x + width > cascade.width) return false;
+                       // Rotated, the width leads down to the right and the height down to the
+                       // left.
+                       if (feature.tilted != 0)
+                         return x - height >= 0 && y + width + height <= cascade.height;
+                       return y + height <= cascade.height;
+                     });
+}
+
+// Links to nodes lead forward, so that each way through a tree ends at a leaf.
+bool IsLink(int32_t link, int32_t node, int32_t nodeCount) {
+  return link > 0 ? link > node && link < nodeCount : link >= -nodeCount;
+}
+
+bool IsSoundTree(const CascadeTree& tree, const FaceCascade& cascade) {
+  if (tree.nodeCount < 1) return false;
+  for (int32_t i = 0; i < tree.nodeCount; ++i) {
+    const HaarFeature& feature = tree.features[i];
+    if (!LiesInWindow(feature, cascade)) return false;
+    for (const CascadeRectangle& rectangle : feature.rectangles) {
+      if (!isfinite(rectangle.weight)) return false;
+    }
+    if (!isfinite(tree.thresholds[i])) return false;
+    if (!IsLink(tree.left[i], i, tree.nodeCount)) return false;
+    if (!IsLink(tree.right[i], i, tree.nodeCount)) return false;
+  }
+  return std::all_of(tree.leaves, tree.leaves + tree.nodeCount + 1,
+                     [](float leaf) { return isfinite(leaf); });
+}
+
+bool IsSoundCascade(const FaceCascade& cascade) {
+  if (cascade.width < kSmallestWindow || cascade.width > kLargestWindow) return false;
+  if (cascade.height < kSmallestWindow || cascade.height > kLargestWindow) return false;
+  if (cascade.stageCount < 1) return false;
+  return std::all_of(
+      cascade.stages, cascade.stages + cascade.stageCount, [&](const CascadeStage& stage) {
+        return stage.treeCount >= 1 && isfinite(stage.threshold) &&
+               std::all_of(stage.trees, stage.trees + stage.treeCount,
+                           [&](const CascadeTree& tree) { return IsSoundTree(tree, cascade); });
+      });
+}
+
+void AppendInteger(std::string* text, int64_t value) {
+  char digits[24];
+  const std::to_chars_result result = std::to_chars(digits, digits + sizeof digits, value);
+  text->append(digits, result.ptr);
+}
+
+void AppendScaled(std::string* text, int64_t digits, int exponent) {
+  AppendInteger(text, digits);
+  if (exponent == 0) return;
+  *text += 'e';
+  AppendInteger(text, exponent);
+}
+
+// Appends a decimal that reads as the same float again, be it read as a double first.
+void AppendReal(std::string* text, float value) {
+  if (signbit(value)) *text += '-';
+  if (value == 0.0f) {
+    *text += "0.";
+    return;
+  }
+  double magnitude = fabs(static_cast<double>(value));
+  // Mostly a whole number, or one of six digits behind the point. The quotient is the double next
+  // to that decimal: what it is read as.
+  for (const auto& [scale, exponent] : {std::pair(1.0, 0), std::pair(1e6, -6)}) {
+    const double digits = floor(magnitude * scale + 0.5);
+    if (digits < 1e9 && static_cast<float>(digits / scale) == static_cast<float>(magnitude)) {
+      AppendScaled(text, static_cast<int64_t>(digits), exponent);
+      return;
+    }
+  }
+  // Otherwise nine digits. Each scaling is off by up to 2^-53 of the value and there are fewer than
+  // 60, the digits by up to half of 10^-8: far less together than the 2^-25 between a float and the
+  // end of what is rounded to it.
+  int exponent = 0;
+  for (; magnitude >= 1e9; magnitude /= 10.0) ++exponent;
+  for (; magnitude < 1e8; magnitude *= 10.0) --exponent;
+  AppendScaled(text, static_cast<int64_t>(magnitude + 0.5), exponent);
+}
+
+// A stump's leaves are taken as left and right, whatever its links say.
+void AppendTree(std::string* text, const CascadeTree& tree, int64_t firstFeature) {
+  const bool isStump = tree.nodeCount == 1;
+  *text += "{\"internalNodes\":[";
+  for (int32_t i = 0; i < tree.nodeCount; ++i) {
+    if (i > 0) *text += ',';
+    AppendInteger(text, isStump ? 0 : tree.left[i]);
+    *text += ',';
+    AppendInteger(text, isStump ? -1 : tree.right[i]);
+    *text += ',';
+    AppendInteger(text, firstFeature + i);
+    *text += ',';
+    AppendReal(text, tree.thresholds[i]);
+  }
+  *text += "],\"leafValues\":[";
+  for (int32_t i = 0; i <= tree.nodeCount; ++i) {
+    if (i > 0) *text += ',';
+    const int32_t stumpLeaf = -(i == 0 ? tree.left[0] : tree.right[0]);
+    AppendReal(text, tree.leaves[isStump ? stumpLeaf : i]);
+  }
+  *text += "]}";
+}
+
+// A third rectangle without weight is as good as none.
+void AppendFeature(std::string* text, const HaarFeature& feature) {
+  const int count = feature.rectangles[2].weight == 0.0f ? 2 : 3;
+  *text += "{\"rects\":[";
+  for (int i = 0; i < count; ++i) {
+    const CascadeRectangle& rectangle = feature.rectangles[i];
+    *text += i == 0 ? "[" : ",[";
+    for (const int32_t number : {rectangle.x, rectangle.y, rectangle.width, rectangle.height}) {
+      AppendInteger(text, number);
+      *text += ',';
+    }
+    AppendReal(text, rectangle.weight);
+    *text += ']';
+  }
+  *text += feature.tilted != 0 ? "],\"tilted\":1}" : "]}";
+}
+
+// The cascade in OpenCV's storage form, as JSON, which it reads the fastest. OpenCV copies what it
+// reads line by line: lines are short.
+std::string StorageText(const FaceCascade& cascade) {
+  std::string text;
+  text.reserve(512 * 1024);
+  text += "{\"stageType\":\"BOOST\",\"featureType\":\"HAAR\",\"width\":";
+  AppendInteger(&text, cascade.width);
+  text += ",\"height\":";
+  AppendInteger(&text, cascade.height);
+  text += ",\"featureParams\":{\"maxCatCount\":0},\n\"stages\":[";
+  int64_t features = 0;
+  for (int32_t i = 0; i < cascade.stageCount; ++i) {
+    const CascadeStage& stage = cascade.stages[i];
+    text += i == 0 ? "{\"stageThreshold\":" : ",{\"stageThreshold\":";
+    AppendReal(&text, stage.threshold);
+    text += ",\"weakClassifiers\":[\n";
+    for (int32_t j = 0; j < stage.treeCount; ++j) {
+      if (j > 0) text += ",\n";
+      AppendTree(&text, stage.trees[j], features);
+      features += stage.trees[j].nodeCount;
+    }
+    text += "]}";
+  }
+  text += "],\n\"features\":[";
+  bool isFirst = true;
+  for (int32_t i = 0; i < cascade.stageCount; ++i) {
+    const CascadeStage& stage = cascade.stages[i];
+    for (int32_t j = 0; j < stage.treeCount; ++j) {
+      for (int32_t k = 0; k < stage.trees[j].nodeCount; ++k) {
+        text += isFirst ? "\n" : ",\n";
+        isFirst = false;
+        AppendFeature(&text, stage.trees[j].features[k]);
+      }
+    }
+  }
+  text += "]}\n";
+  return text;
+}
+
+// The rows that the sums of an image take at most, at all window sizes: each its own rows.
+int64_t SumRows(const FaceDetector& detector, cv::Size image, double scale) {
+  int64_t rows = 0;
+  for (double factor = 1.0; detector.window.width * factor < image.width + 1.0 &&
+                            detector.window.height * factor < image.height + 1.0;
+       factor *= scale) {
+    rows += static_cast<int64_t>(image.height / factor) + 2;
+  }
+  return rows;
+}
+
+// Whether the classifier's sums of such an image have numbers of 31 bits, of which it makes sure
+// nowhere. Three tables stand one below the other.
+bool MakeRoomForSums(FaceDetector* detector, cv::Size image, double scale) {
+  const int64_t columns = std::max<int64_t>(detector->sumColumns, int64_t{image.width} + 64);
+  const int64_t rows = std::max(detector->sumRows, SumRows(*detector, image, scale));
+  if (rows > INT_MAX / 3 / columns) return false;
+  detector->sumColumns = columns;
+  detector->sumRows = rows;
+  return true;
+}
+
+// The luma of the packed pixels follow one another without regard to the rows' padding.
+cv::Mat GrayPicture(const IplImage* image, cv::Size size) {
+  const int stride = (size.width + 3) & ~3;
+  cv::Mat padded(size.height, stride, CV_8UC1);
+  const size_t pixels = size_t{1} * size.width * size.height;
+  const uint8_t* packed = reinterpret_cast<const uint8_t*>(image->imageData);
+  uint8_t* gray = padded.data;
+  for (size_t i = 0; i < pixels; ++i) gray[i] = packed[2 * i];
+  KolmZero(gray + pixels, padded.total() - pixels);
+  return padded.colRange(0, size.width);
+}
+
+FaceSequence* Detect(const IplImage* image, FaceDetector* detector, CvMemStorage* storage,
+                     double scale) {
+  const CvRect region = cvGetImageROI(image);
+  const cv::Size size(region.width, region.height);
+  if (!MakeRoomForSums(detector, size, scale)) return nullptr;
+  std::vector<cv::Rect> faces;
+  detector->classifier.detectMultiScale(GrayPicture(image, size), faces, scale, kNeighbours,
+                                        kFlags);
+  CvSeq* const sequence = cvCreateSeq(0, sizeof(CvSeq), sizeof(FaceRectangle), storage);
+  for (const cv::Rect& face : faces) {
+    const FaceRectangle rectangle = {face.x, face.y, face.width, face.height};
+    cvSeqPush(sequence, &rectangle);
+  }
+  return reinterpret_cast<FaceSequence*>(sequence);
+}
+
+}  // namespace
+
+FaceDetector* CreateFaceDetector(const FaceCascade& cascade) {
+  if (!IsSoundCascade(cascade)) return nullptr;
+  try {
+    auto detector = std::make_unique<FaceDetector>();
+    detector->window = {cascade.width, cascade.height};
+    const cv::FileStorage storage(StorageText(cascade), cv::FileStorage::READ |
+                                                            cv::FileStorage::MEMORY |
+                                                            cv::FileStorage::FORMAT_JSON);
+    if (!detector->classifier.read(storage.root())) return nullptr;
+    return detector.release();
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void ReleaseFaceDetector(FaceDetector** detector) {
+  FaceDetector* const released = *detector;
+  *detector = nullptr;
+  delete released;
+}
+
+void* CreateFaceStorage() {
+  try {
+    return cvCreateMemStorage(0);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void ClearFaceStorage(void* storage) {
+  if (storage != nullptr) cvClearMemStorage(static_cast<CvMemStorage*>(storage));
+}
+
+void ReleaseFaceStorage(void** storage) {
+  CvMemStorage* released = static_cast<CvMemStorage*>(*storage);
+  *storage = nullptr;
+  cvReleaseMemStorage(&released);
+}
+
+void* CreateDetectionImage(uint32_t width, uint32_t height) {
+  // Rows may be padded by up to 3 bytes.
+  const uint64_t rowBytes = uint64_t{width} * 3 + 3;
+  if (width == 0 || height == 0 || rowBytes > INT_MAX / height) return nullptr;
+  const CvSize size = cvSize(static_cast<int>(width), static_cast<int>(height));
+  void* image = nullptr;
+  try {
+    image = cvCreateImageHeader(size, IPL_DEPTH_8U, 3);
+    cvCreateData(image);
+    cvSetImageROI(static_cast<IplImage*>(image), cvRect(0, 0, size.width, size.height));
+  } catch (...) {
+    ReleaseDetectionImage(&image);
+  }
+  return image;
+}
+
+void ReleaseDetectionImage(void** image) {
+  IplImage* released = static_cast<IplImage*>(*image);
+  *image = nullptr;
+  cvReleaseImage(&released);
+}
+
+uint8_t* DetectionImageData(void* image) {
+  if (image == nullptr) return nullptr;
+  return reinterpret_cast<uint8_t*>(static_cast<IplImage*>(image)->imageData);
+}
+
+size_t DetectionImageBytes(void* image) {
+  if (image == nullptr) return 0;
+  return static_cast<size_t>(static_cast<IplImage*>(image)->imageSize);
+}
+
+const FaceSequence* DetectFaces(void* image, FaceDetector* detector, void* storage,
+                                uint32_t scaleFactorMilli) {
+  // In single precision, as the steps between window sizes have always been.
+  const float scale = static_cast<float>(scaleFactorMilli) / 1000.0f;
+  if (image == nullptr || detector == nullptr || storage == nullptr || !(scale > 1.0f)) {
+    return nullptr;
+  }
+  try {
+    return Detect(static_cast<IplImage*>(image), detector, static_cast<CvMemStorage*>(storage),
+                  scale);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+int32_t CountFaces(const FaceSequence* faces) {
+  return faces == nullptr ? 0 : reinterpret_cast<const CvSeq*>(faces)->total;
+}
+
+FaceRectangle GetFace(const FaceSequence* faces, int32_t index) {
+  FaceRectangle face;
+  KolmCopy(&face, cvGetSeqElem(reinterpret_cast<const CvSeq*>(faces), index), sizeof face);
+  return face;
+}
+
+}  // namespace kolm
