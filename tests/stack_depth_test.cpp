@@ -1,9 +1,11 @@
-// How deep the effects reach down the stack, of which the kernel gives a thread little.
+// How deep the effects and the tracker's step reach down the stack, of which the kernel gives a
+// thread little.
 #include <gtest/gtest.h>
 
 #include <iostream>
 
 #include "effects/effect_table.h"
+#include "facetrack/track_face.h"
 #include "platform/host/host_kernel.h"
 #include "tests/effect_frames.h"
 #include "tests/guarded_run.h"
@@ -48,6 +50,34 @@ TEST(StackDepth, OfEveryEffectIsAtMostOnePage) {
     std::cout << Name(set) << ": " << deepest << " bytes of stack at most, by effect " << deepestId
               << "\n";
     EXPECT_GT(deepest, 0u);
+  }
+  host::SetDebugSink(nullptr);
+}
+
+// Without the detector, which is the system's library here.
+TEST(StackDepth, OfTheTrackersStepIsAtMostOnePage) {
+  host::SetDebugSink([](const std::string&) {});
+  const Bytes source = NoiseFrame(640, 480);
+  Bytes destination(source.size());
+  FaceTracker tracker = {};
+  tracker.frameWidth = 640;
+  tracker.frameHeight = 480;
+  tracker.stepCount = 8;
+  tracker.srcFrame = source.data();
+  tracker.dstFrame = destination.data();
+  for (const InstructionSet set : InstructionSets()) {
+    const HeldInstructionSet held(set);
+    size_t deepest = 0;
+    for (const int32_t width : {639, 600, 300, 100}) {
+      tracker.cropWidth = tracker.targetWidth = width;
+      tracker.cropHeight = tracker.targetHeight = width / 2;
+      deepest = std::max(deepest, host::StackDepth([&] {
+                           FollowBox(&tracker, {10, 10, width, width / 2});
+                         }));
+    }
+    std::cout << Name(set) << ": " << deepest << " bytes of stack at most\n";
+    EXPECT_GT(deepest, 0u);
+    EXPECT_LE(deepest, kMostStackBytes);
   }
   host::SetDebugSink(nullptr);
 }
