@@ -72,23 +72,33 @@ typedef struct BackgroundRecord {
   uint8_t alpha[KOLM_BACKGROUND_WIDTH * KOLM_BACKGROUND_HEIGHT];
 } BackgroundRecord;
 
-/* One face tracker, 104 bytes, owned and filled by the caller. Sizes and positions are pixels. */
+/* One face tracker, 104 bytes, owned by the caller, who fills it before the first
+ * Kolm_FT_DoFaceTracking and keeps it from frame to frame. Sizes and positions are pixels of the
+ * frame unless said otherwise. The caller may change any field between two frames.
+ *
+ * A natural start shows the whole frame: stepIndex = stepCount - 1, missCount = 0, crop and target
+ * 0, 0, frameWidth, frameHeight. Frames are then plain copies until a face comes. (A stepIndex of 0
+ * would first spend stepCount - 1 frames on a move to where the crop is already.) */
 typedef struct FaceTracker {
-  uint32_t frameWidth;  /* of srcFrame and dstFrame; even */
-  uint32_t frameHeight; /* of srcFrame and dstFrame */
-  int32_t detectWidth;  /* of the picture that the detector sees: as given to Init; not 0 */
-  int32_t detectHeight;
-  uint32_t scaleFactorMilli; /* step between the detector's window sizes, in thousandths */
-  uint32_t missCount;        /* frames without a face since the crop settled */
-  uint32_t stepIndex;        /* steps taken of the current move; stepCount - 1 is settled */
-  int32_t stepCount;         /* frames over which the crop moves to a new target; 1 or more */
-  int32_t cropX, cropY, cropWidth, cropHeight;         /* the part of the frame now shown */
-  int32_t targetX, targetY, targetWidth, targetHeight; /* the part being moved to */
-  int32_t resetWhenLost;   /* not 0: back to the whole frame after stepCount faceless frames */
+  uint32_t frameWidth;  /* of srcFrame and dstFrame; even, 2 to 32766 */
+  uint32_t frameHeight; /* of srcFrame and dstFrame; 1 to 32767 */
+  int32_t detectWidth;  /* of the reduced picture in which faces are looked for; as given to Init */
+  int32_t detectHeight; /* as given to Init */
+  uint32_t scaleFactorMilli; /* step between the sizes of faces looked for, in thousandths: 1100 is
+                                10 percent; 1000 and less find no face */
+  uint32_t missCount; /* frames without a face since the crop settled; counts for resetWhenLost */
+  uint32_t stepIndex; /* steps taken of the current move; stepCount - 1 and more is settled */
+  int32_t stepCount;  /* frames over which the crop moves to a new target; 1 or more */
+  /* The part of the frame now shown. It may start at -1: see Kolm_FT_DoFaceTracking. */
+  int32_t cropX, cropY, cropWidth, cropHeight;
+  /* The part being moved to. */
+  int32_t targetX, targetY, targetWidth, targetHeight;
+  int32_t resetWhenLost; /* not 0: back to the whole frame after more than stepCount settled frames
+                            without a face; 0: the last part stays */
   const uint8_t* srcFrame; /* the camera's Yuv16Frame, frameWidth * frameHeight * 2 bytes */
   uint8_t* dstFrame;       /* the resulting Yuv16Frame, same size, not overlapping srcFrame */
-  void* faceStorage;       /* set by Init, cleared by Uninit */
-  void* detectionImage;    /* set by Init, cleared by Uninit */
+  void* faceStorage;       /* handle: set by Init, cleared by Uninit */
+  void* detectionImage;    /* handle: set by Init, cleared by Uninit */
 } FaceTracker;
 
 /* ---- Video effects: ids 1 to 18, each with at most one parameter. Level: up to DISPATCH. ---- */
@@ -172,20 +182,44 @@ KOLM_API int32_t Kolm_BG_AlphaBlending(uint32_t width, uint32_t height, const ui
  *                before them) */
 KOLM_API int32_t Kolm_BG_LoadFromFile(const KolmPathCharacter* path, uint8_t* record);
 
-/* ---- Face tracking: no two calls of this family at the same time. Level: PASSIVE. ---- */
+/* ---- Face tracking: a picture of the frame's size that shows the faces enlarged and moves with
+ * them. One Init for each tracker, one Do for each frame, one Uninit for each Init.
+ * docs/face-tracking.md tells how the crop behaves. No two calls of this family may run at the same
+ * time, not even for different trackers: all share one detector. Level: PASSIVE. ---- */
 
-/* Creates a tracker's resources for a detection picture of width x height and stores them at
- * *storage and *image, the caller's FaceTracker fields faceStorage and detectionImage. Returns 0.
- * Not available in this version: both are set to null. */
+/* Creates a tracker's resources for a detection picture of width x height pixels and stores their
+ * handles at *storage and *image, the caller's FaceTracker fields faceStorage and detectionImage;
+ * what these held before is overwritten. A width that is a multiple of 4 keeps the picture upright:
+ * at any other the detector sees it skewed. Returns 0.
+ *
+ * The first tracker also builds the detector that all share, and so does each later Init while it
+ * is missing. Memory is taken from non-paged pool: width * height * 3 bytes and up to 64 KB for the
+ * results, for each tracker, and about 2 MB for the detector and its work buffers with pictures of
+ * 160 x 120, more with larger ones. Where there is none, the handle is null, and so is image for a
+ * size of 0 or of 2 GB and more; the tracker counts all the same, and needs its Uninit. */
 KOLM_API int32_t Kolm_FT_InitFaceTracking(uint32_t width, uint32_t height, void** storage,
                                           void** image);
 
-/* Processes one frame: reads tracker->srcFrame, writes tracker->dstFrame, updates the tracker.
- * logValue is only printed. Returns 0. Not available in this version: nothing is written. */
+/* Processes one frame: reads tracker->srcFrame, writes tracker->dstFrame, moves the tracker's crop,
+ * target and counters. logValue is only printed. Returns 0.
+ *
+ * Nothing is written, in the frame or the record, if tracker->detectionImage is null or there is no
+ * detector. No face is found if faceStorage is null, if there is no memory, if detectWidth or
+ * detectHeight is 0 or below or their picture, 2 bytes a pixel and rows of an even width, is larger
+ * than the image that Init made (width * height * 3 bytes). A smaller one is looked at together
+ * with what earlier frames left in the image.
+ *
+ * No byte outside srcFrame is read: where the crop leaves the frame, by one pixel in ordinary use,
+ * the nearest pixels are shown (docs/scaling.md). Any numbers in the record are safe as long as
+ * the two frames are as large as it says: results wrap at 32 bits, a division by 0 gives 0 (a
+ * stepCount of 0 never gets anywhere). A frameWidth or frameHeight of 0, or of 2147483648 and more,
+ * writes no frame. An odd frameWidth makes rows of frameWidth + 1 pixels wherever the frame is
+ * scaled, for which dstFrame needs room. */
 KOLM_API int32_t Kolm_FT_DoFaceTracking(uint32_t logValue, FaceTracker* tracker);
 
-/* Releases what Init stored at *storage and *image (null is fine) and sets both to null.
- * Returns 0. */
+/* Releases what Init stored at *storage and *image (null is fine) and sets both to null. With the
+ * last tracker, when there have been as many of these calls as Inits, the detector and all other
+ * memory of the family is given back; the next Init starts anew. Returns 0. */
 KOLM_API int32_t Kolm_FT_UninitFaceTracking(void** storage, void** image);
 
 #ifdef __cplusplus

@@ -213,6 +213,20 @@ TEST_F(FaceTrackerLifecycle, ARecordThatDoesNotFitItsImageHasNoFaces) {
   tracker.Uninit();
 }
 
+TEST_F(FaceTrackerLifecycle, WithoutAStorageNoFaceIsFound) {
+  Tracker tracker;
+  DrawFace(&tracker.source, 320, 240, 160, 120, 60);
+  tracker.Init();
+  void* storage = nullptr;
+  std::swap(storage, tracker.record.faceStorage);
+  lines.clear();
+  EXPECT_TRUE(tracker.Do());
+  EXPECT_EQ(lines, std::vector<std::string>({"Kolm: Kolm_FT_DoFaceTracking, 0\n",
+                                             "YUV16_Face 1........... 320, 240, 0, 0\n"}));
+  std::swap(storage, tracker.record.faceStorage);
+  tracker.Uninit();
+}
+
 TEST_F(FaceTrackerLifecycle, ScaleFactorsThatStandStillFindNoFace) {
   Tracker tracker;
   DrawFace(&tracker.source, 320, 240, 160, 120, 60);
