@@ -483,20 +483,27 @@ int32_t Below(Random& random, int32_t limit) {
   return static_cast<int32_t>(random.Between(0, static_cast<uint32_t>(std::max(limit, 1) - 1)));
 }
 
+// Where faces may be: a spoilt record says anything.
+std::pair<int32_t, int32_t> DetectionSize(const FaceTracker& t) {
+  return {std::clamp(t.detectWidth, 1, 1000), std::clamp(t.detectHeight, 1, 1000)};
+}
+
 FaceRectangle RandomFace(Random& random, const FaceTracker& t) {
   if (random.OneIn(100)) {
     return {AnyNumber(random), AnyNumber(random), AnyNumber(random), AnyNumber(random)};
   }
-  const int32_t side = 1 + Below(random, t.detectHeight);
-  return {Below(random, t.detectWidth - side), Below(random, t.detectHeight - side), side, side};
+  const auto [width, height] = DetectionSize(t);
+  const int32_t side = 1 + Below(random, height);
+  return {Below(random, width - side), Below(random, height - side), side, side};
 }
 
 // With its margins, a part of the detection picture of the picture's own aspect ratio.
 FaceRectangle FaceOfTheFramesShape(Random& random, const FaceTracker& t) {
+  const auto [width, height] = DetectionSize(t);
   const int32_t parts = 1 + Below(random, 8), part = 1 + Below(random, parts);
-  const int32_t width = t.detectWidth / parts * part, height = t.detectHeight / parts * part;
-  return {20 + Below(random, t.detectWidth - width), 20 + Below(random, t.detectHeight - height),
-          width - 40, height - 40};
+  const int32_t faceWidth = width / parts * part, faceHeight = height / parts * part;
+  return {20 + Below(random, width - faceWidth), 20 + Below(random, height - faceHeight),
+          faceWidth - 40, faceHeight - 40};
 }
 
 // The next frame's faces: mostly those of the frame before.
