@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <opencv2/core/utility.hpp>
 
@@ -19,6 +18,7 @@ namespace kolm {
 namespace {
 
 using reference::Bytes;
+using reference::Describe;
 
 struct Tracker {
   explicit Tracker(uint32_t frameWidth = 320, uint32_t frameHeight = 240, int32_t detectWidth = 160,
@@ -129,7 +129,7 @@ TEST_F(FaceTrackerLifecycle, TheFirstTrackerBuildsTheDetectorAndTheLastOneReleas
 
 // The count stays below 0 here, so that it is done in a process of its own.
 TEST_F(FaceTrackerLifecycle, UninitWithoutHandlesCountsAndMayReleaseTheDetector) {
-  const auto run = [this] {
+  const auto run = [] {
     Tracker first, second, third;
     first.Init();
     second.Init();
@@ -169,7 +169,7 @@ TEST_F(FaceTrackerLifecycle, WithoutAnImageNothingIsWritten) {
   FaceTracker after = tracker.record;
   after.srcFrame = before.srcFrame;
   after.dstFrame = before.dstFrame;
-  EXPECT_EQ(std::memcmp(&after, &before, sizeof after), 0);
+  EXPECT_EQ(Describe(after), Describe(before));
   std::swap(image, tracker.record.detectionImage);
   tracker.Uninit();
 }
@@ -338,7 +338,7 @@ TEST_F(FaceTrackerLifecycle, FramesEqualTheReferencesWithTheFacesThatTheDetector
       lines.clear();
       ASSERT_TRUE(tracker.Do());
       ASSERT_EQ(lines, expected.lines);
-      ASSERT_EQ(std::memcmp(&tracker.record, &expected.tracker, sizeof tracker.record), 0);
+      ASSERT_EQ(Describe(tracker.record), Describe(expected.tracker));
       ASSERT_TRUE(tracker.output == expected.picture);
     }
     if (detectWidth % 4 == 0) {
@@ -365,7 +365,7 @@ TEST_F(FaceTrackerLifecycle, TheCropSettlesAroundAStandingFace) {
   EXPECT_LT(r.cropWidth, 480);
   const FaceTracker settled = r;
   for (int frame = 0; frame < 20; ++frame) ASSERT_TRUE(tracker.Do());
-  EXPECT_EQ(std::memcmp(&r, &settled, sizeof r), 0);
+  EXPECT_EQ(Describe(r), Describe(settled));
   tracker.Uninit();
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <compare>
+#include <cstdio>
 
 namespace kolm::reference {
 namespace {
@@ -136,6 +137,19 @@ TrackedFrame TrackFace(FaceTracker t, const Bytes& source,
                                                {t.cropX, t.cropY, t.cropWidth, t.cropHeight});
   }
   return frame;
+}
+
+std::string Describe(const FaceTracker& t) {
+  char text[512];
+  std::snprintf(
+      text, sizeof text,
+      "frame %u x %u, detection %d x %d at %u, misses %u, step %u of %d, crop %d, %d, %d, "
+      "%d, target %d, %d, %d, %d, reset %d, pointers %p %p %p %p",
+      t.frameWidth, t.frameHeight, t.detectWidth, t.detectHeight, t.scaleFactorMilli, t.missCount,
+      t.stepIndex, t.stepCount, t.cropX, t.cropY, t.cropWidth, t.cropHeight, t.targetX, t.targetY,
+      t.targetWidth, t.targetHeight, t.resetWhenLost, static_cast<const void*>(t.srcFrame),
+      static_cast<void*>(t.dstFrame), t.faceStorage, t.detectionImage);
+  return text;
 }
 
 }  // namespace kolm::reference

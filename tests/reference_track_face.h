@@ -21,4 +21,7 @@ struct TrackedFrame {
 TrackedFrame TrackFace(FaceTracker tracker, const Bytes& source,
                        const std::vector<FaceRectangle>& faces);
 
+// All of the record, for showing and comparing.
+std::string Describe(const FaceTracker& tracker);
+
 }  // namespace kolm::reference

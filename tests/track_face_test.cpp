@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <tuple>
 
@@ -23,6 +21,7 @@ namespace kolm {
 namespace {
 
 using reference::Bytes;
+using reference::Describe;
 using Faces = std::vector<FaceRectangle>;
 using Lines = std::vector<std::string>;
 using Rectangle = std::array<int32_t, 4>;
@@ -436,7 +435,7 @@ TEST_F(TrackFaceTest, ATrackerWithoutDetectorOrImageIsLeftAlone) {
   TrackFace(&tracker, nullptr);
   tracker.detectionImage = nullptr;
   ReleaseDetectionImage(&image);
-  EXPECT_EQ(std::memcmp(&tracker, &before, sizeof tracker), 0);
+  EXPECT_EQ(Describe(tracker), Describe(before));
   EXPECT_EQ(output, untouched);
   EXPECT_TRUE(lines.empty());
 }
@@ -572,18 +571,6 @@ void SpoilRecord(Random& random, FaceTracker* t) {
   }
 }
 
-std::string Describe(const FaceTracker& t) {
-  char text[320];
-  std::snprintf(text, sizeof text,
-                "frame %d x %d, detection %d x %d, misses %u, step %u of %d, crop %d, %d, %d, %d, "
-                "target %d, %d, %d, %d, reset %d",
-                static_cast<int32_t>(t.frameWidth), static_cast<int32_t>(t.frameHeight),
-                t.detectWidth, t.detectHeight, t.missCount, t.stepIndex, t.stepCount, t.cropX,
-                t.cropY, t.cropWidth, t.cropHeight, t.targetX, t.targetY, t.targetWidth,
-                t.targetHeight, t.resetWhenLost);
-  return text;
-}
-
 std::string RunBesideReference(Random& random, FaceTracker tracker, int frames,
                                uint64_t* statesSeen) {
   using Flush = GuardedBuffer::Flush;
@@ -619,7 +606,7 @@ std::string RunBesideReference(Random& random, FaceTracker tracker, int frames,
     lines.clear();
     std::copy(untouched.begin(), untouched.end(), output.data());
     FollowFaces(&after, faces);
-    if (std::memcmp(&after, &expected.tracker, sizeof after) != 0) {
+    if (Describe(after) != Describe(expected.tracker)) {
       return "the tracker is " + Describe(after) + " instead of " + Describe(expected.tracker);
     }
     if (lines != expected.lines) return testing::PrintToString(lines);
