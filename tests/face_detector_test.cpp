@@ -3,16 +3,12 @@
 #include "facetrack/face_detector.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <bit>
 #include <climits>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -606,43 +602,6 @@ TEST(DetectorRuntime, WorksOnOneThread) {
   EXPECT_EQ(cv::getNumThreads(), 2);
   cv::setNumThreads(before);
 }
-
-#ifndef __SANITIZE_ADDRESS__
-// The process is held to a little more memory than it has.
-TEST_F(FaceDetection, FindsNothingWithoutMemory) {
-  Detector detector(DefaultRecords(2));
-  const Cascade cascade = LoadDefault();
-  void* image = CreateDetectionImage(1600, 1200);
-  std::memset(DetectionImageData(image), 0, DetectionImageBytes(image));
-  const auto memoryInUse = [] {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-  };
-  EXPECT_EQ(detector.Look(nullptr, 1100), nullptr);
-  std::vector<void*> rest(100000);
-  const size_t before = memoryInUse();
-  malloc_trim(0);
-  size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  rlimit previous;
-  ASSERT_EQ(getrlimit(RLIMIT_AS, &previous), 0);
-  const rlimit tight = {pages * 4096 + (1 << 18), previous.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
-  std::generate(rest.begin(), rest.end(), [] { return std::malloc(16384); });
-  void* const noImage = CreateDetectionImage(8000, 8000);
-  const FaceSequence* const noFaces = detector.Look(image, 1100);
-  FaceDetector* const noDetector = CreateFaceDetector(*cascade);
-  std::for_each(rest.begin(), rest.end(), std::free);
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &previous), 0);
-  EXPECT_EQ(rest.back(), nullptr);
-  EXPECT_EQ(noImage, nullptr);
-  EXPECT_EQ(noFaces, nullptr);
-  EXPECT_EQ(noDetector, nullptr);
-  EXPECT_LE(memoryInUse(), before + 4096);
-  EXPECT_NE(detector.Look(image, 1100), nullptr);
-  ReleaseDetectionImage(&image);
-}
-#endif
 
 }  // namespace
 }  // namespace kolm
