@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
   benchmark::AddCustomContext("glibc", gnu_get_libc_version());
   kolm::bench::RegisterBackgroundPairs();
   kolm::bench::RegisterEffectPairs();
+  kolm::bench::RegisterFacePairs();
   kolm::bench::RegisterScalerPairs();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

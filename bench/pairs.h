@@ -7,6 +7,7 @@ namespace kolm::bench {
 
 void RegisterBackgroundPairs();
 void RegisterEffectPairs();
+void RegisterFacePairs();
 void RegisterScalerPairs();
 
 // libyuv scales planes: it takes the frame apart, scales bilinearly, and packs the result.

@@ -58,6 +58,9 @@ ROWS = [
     Row("background", "libyuv, picture and alpha", 1.0, 0.5,
         each(["640x480-1280x720"], "ScaleBackground")),
     Row("conversion", "libyuv by way of ARGB", 1.0, 0.6, each(["640x480"], "ConvertPicture:24")),
+    Row("tracking", "2 cv::resize, cv::CascadeClassifier", 1.05, 1.0,
+        each(["640x480-160x120"], "DoFaceTracking:1100")),
+    Row("cascade", "cv::CascadeClassifier::load", 1.0, 0.5, each(["24x24"], "CreateFaceDetector")),
 ]
 
 
