@@ -43,9 +43,15 @@ void AppendReal(std::string* text, float value) {
   // 60, the digits by up to half of 10^-8: far less together than the 2^-25 between a float and the
   // end of what is rounded to it.
   int exponent = 0;
-  for (; magnitude >= 1e9; magnitude /= 10.0) ++exponent;
-  for (; magnitude < 1e8; magnitude *= 10.0) --exponent;
-  AppendScaled(text, static_cast<int64_t>(magnitude + 0.5), exponent);
+  while (magnitude >= 1e9) {
+    magnitude /= 10.0;
+    ++exponent;
+  }
+  while (magnitude < 1e8) {
+    magnitude *= 10.0;
+    --exponent;
+  }
+  AppendScaled(text, llround(magnitude), exponent);
 }
 
 // A stump's leaves are taken as left and right, whatever its links say.

@@ -151,10 +151,13 @@ bool ReadTree(RecordText* text, CascadeTree* tree) {
   KolmZero(block, bytes);
   tree->nodeCount = nodes;
   tree->features = static_cast<HaarFeature*>(block);
-  tree->thresholds = reinterpret_cast<float*>(tree->features + count);
-  tree->left = reinterpret_cast<int32_t*>(tree->thresholds + count);
+  void* const thresholds = tree->features + count;
+  tree->thresholds = static_cast<float*>(thresholds);
+  void* const left = tree->thresholds + count;
+  tree->left = static_cast<int32_t*>(left);
   tree->right = tree->left + count;
-  tree->leaves = reinterpret_cast<float*>(tree->right + count);
+  void* const leaves = tree->right + count;
+  tree->leaves = static_cast<float*>(leaves);
   for (size_t i = 0; i < count; ++i) {
     ReadFeature(text, &tree->features[i]);
     tree->thresholds[i] = ReadReal(text);

@@ -42,7 +42,9 @@ struct FaceCascade {
 // Reads the built-in records, whatever the name. Returns null if there is no memory.
 FaceCascade* LoadFaceCascade(const char* name, int32_t width, int32_t height);
 
-// Reads `records`, one per stage, up to a null pointer. A field that cannot be read becomes 0.
+// Reads `records`, one per stage, up to a null pointer. A record ends where it cannot be read, or
+// where it promises more than it has room for: all fields from there on are 0. Null if there is no
+// memory.
 FaceCascade* ReadFaceCascade(const char* const* records, int32_t width, int32_t height);
 
 // Null is fine.

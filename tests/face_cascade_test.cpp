@@ -569,7 +569,7 @@ TEST(FaceCascadeReader, ReadsRandomRecordsAsTheReferenceDoes) {
       const Cascade cascade = Read(records, flush);
       host::SetPoolGuard(PoolGuard::None);
       if (cascade == nullptr) return "no cascade";
-      const std::string wrong = CompareCascades(ReferenceReadFaceCascade(records), *cascade);
+      std::string wrong = CompareCascades(ReferenceReadFaceCascade(records), *cascade);
       if (!wrong.empty()) return wrong;
       if (cascade->stageCount > 0 && cascade->stages[0].threshold != 0.0f) ++whole;
     }

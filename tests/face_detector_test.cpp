@@ -95,7 +95,7 @@ cv::CascadeClassifier BuildDirectly(const ReferenceCascade& cascade, int width, 
 // The luma follow one another in an image whose rows are padded to four bytes.
 Rectangles DetectDirectly(cv::CascadeClassifier& classifier, const std::vector<uint8_t>& luma,
                           cv::Size size, double factor) {
-  const size_t stride = static_cast<size_t>((size.width + 3) / 4 * 4);
+  const size_t stride = (static_cast<size_t>(size.width) + 3) / 4 * 4;
   std::vector<uint8_t> bytes(luma);
   bytes.resize(stride * static_cast<size_t>(size.height));
   const cv::Mat grey(size, CV_8UC1, bytes.data(), stride);
@@ -179,7 +179,7 @@ class Detector {
 double Factor(uint32_t milli) { return static_cast<float>(milli) / 1000.0f; }
 
 cv::Mat Photograph() {
-  const cv::Mat photograph = cv::imread(KOLM_TEST_PHOTOGRAPH, cv::IMREAD_GRAYSCALE);
+  cv::Mat photograph = cv::imread(KOLM_TEST_PHOTOGRAPH, cv::IMREAD_GRAYSCALE);
   EXPECT_FALSE(photograph.empty());
   return photograph;
 }
@@ -226,8 +226,8 @@ TEST_F(FaceDetection, FindsTheFaceWhereItIs) {
   const Rectangles faces = detector.Detect(Luma(Photograph(), {160, 120}), {160, 120}, 1100);
   ASSERT_EQ(faces.size(), 1u);
   // Eyes, nose and mouth lie around (71, 37).
-  EXPECT_NEAR(faces[0][0] + faces[0][2] / 2, 71, 4);
-  EXPECT_NEAR(faces[0][1] + faces[0][3] / 2, 36, 4);
+  EXPECT_NEAR(faces[0][0] + faces[0][2] / 2.0, 71, 4);
+  EXPECT_NEAR(faces[0][1] + faces[0][3] / 2.0, 36, 4);
   EXPECT_NEAR(faces[0][2], 31, 6);
 }
 

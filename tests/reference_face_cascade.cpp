@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -46,7 +45,7 @@ class Record {
 
   std::string Word() {
     rest_.erase(0, std::min(rest_.find_first_not_of(' '), rest_.size()));
-    const std::string word = rest_.substr(0, rest_.find(' '));
+    std::string word = rest_.substr(0, rest_.find(' '));
     rest_.erase(0, word.size() + 1);
     return word;
   }
@@ -118,7 +117,7 @@ ReferenceTree ReadTree(Record& record) {
 }
 
 bool Alike(float a, float b) {
-  return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+  return (std::isnan(a) && std::isnan(b)) || (a == b && std::signbit(a) == std::signbit(b));
 }
 
 bool AllAlike(const std::vector<float>& expected, const float* actual) {
@@ -170,7 +169,8 @@ std::string CompareCascades(const ReferenceCascade& expected, const FaceCascade&
     }
     for (size_t j = 0; j < expected[i].trees.size(); ++j) {
       const std::string wrong = CompareTrees(expected[i].trees[j], actual.stages[i].trees[j]);
-      if (!wrong.empty()) return stage + "tree " + std::to_string(j) + ": " + wrong;
+      if (wrong.empty()) continue;
+      return std::string(stage).append("tree ").append(std::to_string(j)).append(": " + wrong);
     }
     if (!Alike(expected[i].threshold, actual.stages[i].threshold)) return stage + "threshold";
   }
