@@ -17,8 +17,9 @@ struct FaceRectangle {
   int32_t x, y, width, height;
 };
 
-// Null for a cascade whose features or links lead outside, with numbers that are not finite, without
-// trees, or with a window below 3 or above 400 pixels. The cascade is not needed afterwards.
+// Null for a cascade whose features or links lead outside, with numbers that are not finite,
+// without trees, or with a window below 3 or above 400 pixels. The cascade is not needed
+// afterwards.
 FaceDetector* CreateFaceDetector(const FaceCascade& cascade);
 
 // Sets *detector to null, then frees it; null is fine.
@@ -29,8 +30,8 @@ void* CreateFaceStorage();
 void ClearFaceStorage(void* storage);
 void ReleaseFaceStorage(void** storage);
 
-// An image of 3 bytes a pixel, its region of interest the whole; not cleared. Null for a size of 0 or
-// of 2 GB and more.
+// An image of 3 bytes a pixel, its region of interest the whole; not cleared. Null for a size of 0
+// or of 2 GB and more.
 void* CreateDetectionImage(uint32_t width, uint32_t height);
 void ReleaseDetectionImage(void** image);
 
@@ -38,10 +39,10 @@ void ReleaseDetectionImage(void** image);
 uint8_t* DetectionImageData(void* image);
 size_t DetectionImageBytes(void* image);
 
-// Looks for faces on the luma of the packed 4:2:2 picture written to the image. Its pixels follow one
-// another, while the detector's rows are padded to 4 bytes: a width that is no multiple of 4 skews
-// what it sees. The result lives in `storage` until that is cleared; null is no face, as for a
-// factor of 1000 and less or one that is too close to it for a large image.
+// Looks for faces on the luma of the packed 4:2:2 picture written to the image. Its pixels follow
+// one another, while the detector's rows are padded to 4 bytes: a width that is no multiple of 4
+// skews what it sees. The result lives in `storage` until that is cleared; null is no face, as for
+// a factor of 1000 and less or one that is too close to it for a large image.
 const FaceSequence* DetectFaces(void* image, FaceDetector* detector, void* storage,
                                 uint32_t scaleFactorMilli);
 
