@@ -2,6 +2,7 @@
 // repeats, and the frames and files they get.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -73,7 +74,6 @@ inline void MakeAllCalls(const Call& call, const std::vector<std::vector<uint8_t
     RunAllEffects(call, width, height, photographs[i]);
   }
 
-  call({kClientFaceTracking, 0, kSizes[0].width, kSizes[0].height, 0}, photographs[0]);
   call({kClientUnloading, 0, 0, 0, 0}, {});
 }
 
@@ -180,6 +180,84 @@ inline void MakeBackgroundCalls(const Call& call, const Files& files,
     load(kClientLoadBitmap, 0, PathBytes(files, bitmap.name));
   }
   load(kClientLoadBitmap, 0, PathBytes(files, kMissingBitmap));
+}
+
+// Face tracking: a photograph panned and zoomed.
+
+constexpr Size kScene = {1280, 960};
+constexpr Size kTrackedSizes[] = {{640, 480}, {1280, 720}};
+constexpr Size kDetectionSizes[] = {{160, 120}, {320, 240}};
+constexpr uint32_t kTrackedFrames = 200;
+
+// Goes from 0 to `limit` and back, `period` frames each way.
+inline uint32_t Swing(uint32_t frame, uint32_t period, uint32_t limit) {
+  const uint32_t phase = frame % (2 * period);
+  return (phase < period ? phase : 2 * period - phase) * limit / period;
+}
+
+// Frame number `frame` of a camera's way over the scene.
+inline std::vector<uint8_t> FilmScene(const std::vector<uint8_t>& scene, uint32_t frame,
+                                      Size size) {
+  const uint32_t viewWidth = kScene.width - Swing(frame, 70, 500);
+  const uint32_t viewHeight = viewWidth * size.height / size.width;
+  const uint32_t left = Swing(frame, 23, kScene.width - viewWidth);
+  const uint32_t top = Swing(frame, 31, kScene.height - viewHeight);
+  std::vector<uint8_t> view(FrameBytes(size.width, size.height));
+  for (uint32_t y = 0; y < size.height; ++y) {
+    const uint8_t* row = &scene[size_t{2} * kScene.width * (top + y * viewHeight / size.height)];
+    for (uint32_t x = 0; x < size.width; x += 2) {
+      const uint32_t pair = (left + x * viewWidth / size.width) / 2;
+      std::memcpy(&view[size_t{2} * (size_t{y} * size.width + x)], row + size_t{4} * pair, 4);
+    }
+  }
+  return view;
+}
+
+// The frames go to `trackers` trackers in turn, the first with the detection size `detection`, the
+// second with the other one.
+inline void TrackScene(const Call& call, const std::vector<uint8_t>& scene, Size size,
+                       uint32_t detection, uint32_t trackers) {
+  for (uint32_t item = 0; item < trackers; ++item) {
+    const Size image = kDetectionSizes[(detection + item) % 2];
+    call({kClientTrackBegin, item, size.width, size.height, image.width << 16 | image.height},
+         std::vector<uint8_t>(FrameBytes(size.width, size.height)));
+  }
+  for (uint32_t frame = 0; frame < kTrackedFrames; ++frame) {
+    const std::vector<uint8_t> view = FilmScene(scene, frame, size);
+    for (uint32_t item = 0; item < trackers; ++item) {
+      call({kClientTrack, item, size.width, size.height, 0}, view);
+    }
+  }
+  for (uint32_t item = 0; item < trackers; ++item) call({kClientTrackEnd, item, 0, 0, 0}, {});
+}
+
+inline void MakeTrackingCalls(const Call& call, const std::vector<uint8_t>& scene) {
+  for (const Size& size : kTrackedSizes) {
+    TrackScene(call, scene, size, 0, 1);
+    TrackScene(call, scene, size, 1, 1);
+    TrackScene(call, scene, size, 0, 2);
+  }
+}
+
+// Milliseconds that one tracker takes for a frame of the scene, the median of several turns.
+// `now` tells the time in milliseconds.
+inline double TimeTracking(const Call& call, const std::vector<uint8_t>& scene,
+                           const std::function<double()>& now) {
+  constexpr size_t kTurns = 9;
+  constexpr uint32_t kRepeats = 29;
+  const Size size = kTrackedSizes[0];
+  const Size image = kDetectionSizes[0];
+  const std::vector<uint8_t> view = FilmScene(scene, 0, size);
+  call({kClientTrackBegin, 0, size.width, size.height, image.width << 16 | image.height}, view);
+  std::vector<double> times;
+  for (size_t turn = 0; turn < kTurns; ++turn) {
+    const double start = now();
+    call({kClientTrack, 0, size.width, size.height, kRepeats}, view);
+    times.push_back((now() - start) / (kRepeats + 1));
+  }
+  call({kClientTrackEnd, 0, 0, 0, 0}, {});
+  std::sort(times.begin(), times.end());
+  return times[kTurns / 2];
 }
 
 }  // namespace kolm::probe

@@ -2,15 +2,17 @@
  * both make the same calls. */
 #include "probe/client.h"
 
+#include <string.h>
+
 static void LookUp(const ClientRequest* request, ClientReply* reply) {
   EffectRoutine routine = NULL;
   uint32_t* values = reply->values;
 
   /* For an unknown effect the range stays as it was. */
   values[0] = values[1] = values[2] = 0xAAAAAAAA;
-  reply->results[0] = Kolm_VE_GetParameterRange(request->effectId, &values[0], &values[1]);
-  reply->results[1] = Kolm_VE_GetParameterDefault(request->effectId, &values[2]);
-  reply->results[2] = Kolm_VE_InitVideoEffect(request->effectId, &routine);
+  reply->results[0] = Kolm_VE_GetParameterRange(request->item, &values[0], &values[1]);
+  reply->results[1] = Kolm_VE_GetParameterDefault(request->item, &values[2]);
+  reply->results[2] = Kolm_VE_InitVideoEffect(request->item, &routine);
   reply->results[3] = Kolm_VE_UninitVideoEffect();
   reply->routine = (uint64_t)(uintptr_t)routine;
 }
@@ -19,7 +21,7 @@ static void Run(const ClientRequest* request, const uint8_t* source, ClientReply
                 uint8_t* destination) {
   EffectRoutine routine = NULL;
 
-  reply->results[0] = Kolm_VE_InitVideoEffect(request->effectId, &routine);
+  reply->results[0] = Kolm_VE_InitVideoEffect(request->item, &routine);
   reply->routine = (uint64_t)(uintptr_t)routine;
   if (routine != NULL) {
     reply->results[1] = Kolm_VE_RunVideoEffect(routine, source, destination, request->width,
@@ -50,30 +52,70 @@ static void Overlay(const ClientRequest* request, const uint8_t* source, ClientR
                                             source + kClientOverlayHead, blended);
 }
 
-static void TrackFace(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
-                      uint8_t* destination) {
-  FaceTracker tracker = {.frameWidth = request->width,
-                         .frameHeight = request->height,
-                         .detectWidth = 160,
-                         .detectHeight = 120,
-                         .scaleFactorMilli = 1100,
-                         .stepIndex = 9,
-                         .stepCount = 10,
-                         .cropWidth = (int32_t)request->width,
-                         .cropHeight = (int32_t)request->height,
-                         .targetWidth = (int32_t)request->width,
-                         .targetHeight = (int32_t)request->height,
-                         .srcFrame = source};
+static FaceTracker trackers[2];
 
-  tracker.dstFrame = destination;
+/* The whole frame is shown until a face is found. */
+static void BeginTracking(uint32_t item, uint32_t width, uint32_t height, uint32_t detection,
+                          ClientReply* reply) {
+  FaceTracker* tracker = &trackers[item];
+
+  memset(tracker, 0, sizeof *tracker);
+  tracker->frameWidth = width;
+  tracker->frameHeight = height;
+  tracker->detectWidth = (int32_t)(detection >> 16);
+  tracker->detectHeight = (int32_t)(detection & 0xFFFF);
+  tracker->scaleFactorMilli = 1100;
+  tracker->stepCount = 10;
+  tracker->stepIndex = 9;
+  tracker->cropWidth = tracker->targetWidth = (int32_t)width;
+  tracker->cropHeight = tracker->targetHeight = (int32_t)height;
+  tracker->resetWhenLost = 1;
   reply->results[0] =
-      Kolm_FT_InitFaceTracking(160, 120, &tracker.faceStorage, &tracker.detectionImage);
-  reply->values[0] = tracker.faceStorage != NULL;
-  reply->values[1] = tracker.detectionImage != NULL;
-  reply->results[1] = Kolm_FT_DoFaceTracking(7, &tracker);
-  reply->results[2] = Kolm_FT_UninitFaceTracking(&tracker.faceStorage, &tracker.detectionImage);
-  reply->values[2] = tracker.faceStorage != NULL;
-  reply->values[3] = tracker.detectionImage != NULL;
+      Kolm_FT_InitFaceTracking((uint32_t)tracker->detectWidth, (uint32_t)tracker->detectHeight,
+                               &tracker->faceStorage, &tracker->detectionImage);
+  reply->values[0] = tracker->faceStorage != NULL;
+  reply->values[1] = tracker->detectionImage != NULL;
+}
+
+static void Track(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
+                  uint8_t* destination) {
+  FaceTracker* tracker = &trackers[request->item];
+  uint32_t repeat;
+
+  tracker->srcFrame = source;
+  tracker->dstFrame = destination;
+  reply->results[0] = Kolm_FT_DoFaceTracking(request->item, tracker);
+  for (repeat = 0; repeat < request->parameter; ++repeat) {
+    reply->results[1] = Kolm_FT_DoFaceTracking(request->item, tracker);
+  }
+  memcpy(reply->tracker, tracker, sizeof reply->tracker);
+}
+
+static void EndTracking(uint32_t item, ClientReply* reply) {
+  FaceTracker* tracker = &trackers[item];
+
+  reply->results[0] = Kolm_FT_UninitFaceTracking(&tracker->faceStorage, &tracker->detectionImage);
+  reply->values[0] = tracker->faceStorage != NULL;
+  reply->values[1] = tracker->detectionImage != NULL;
+}
+
+static void TrackInRounds(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
+                          uint8_t* destination) {
+  ClientRequest frame = *request;
+  uint32_t round, step, item;
+
+  frame.parameter = 0;
+  for (round = 0; round < request->parameter; ++round) {
+    for (item = 0; item < request->item; ++item) {
+      BeginTracking(item, request->width, request->height, 64 << 16 | 48, reply);
+    }
+    for (step = 0; step < 10; ++step) {
+      for (frame.item = 0; frame.item < request->item; ++frame.item) {
+        Track(&frame, source, reply, destination);
+      }
+    }
+    for (item = 0; item < request->item; ++item) EndTracking(item, reply);
+  }
 }
 
 void CallKolm(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
@@ -94,8 +136,17 @@ void CallKolm(const ClientRequest* request, const uint8_t* source, ClientReply* 
     case kClientOverlay:
       Overlay(request, source, reply, destination);
       break;
-    case kClientFaceTracking:
-      TrackFace(request, source, reply, destination);
+    case kClientTrackBegin:
+      BeginTracking(request->item, request->width, request->height, request->parameter, reply);
+      break;
+    case kClientTrack:
+      Track(request, source, reply, destination);
+      break;
+    case kClientTrackEnd:
+      EndTracking(request->item, reply);
+      break;
+    case kClientTrackRounds:
+      TrackInRounds(request, source, reply, destination);
       break;
     default:
       break;

@@ -17,17 +17,24 @@ enum ClientOperation {
   kClientLoadCheck,   /* driver only: where the imports lead */
   kClientLoaded,      /* driver only: calls DllInitialize */
   kClientUnloading,   /* driver only: calls DllUnload */
-  kClientLookUp,      /* range, default and routine of effectId */
-  kClientRun,         /* effectId over the frame */
+  kClientLookUp,      /* range, default and routine of effect `item` */
+  kClientRun,         /* effect `item` over the frame */
   kClientLoadRecord,  /* the store's record `parameter` into the frame, 640 x 720 */
   kClientLoadBitmap,  /* the same from the bitmap whose path the frame begins with */
   kClientOverlay,     /* a record scaled to the frame's size and blended over it */
-  kClientFaceTracking /* all face-tracking exports over the frame */
+  kClientTrackBegin,  /* creates tracker `item`, with a detection image of parameter / 65536 by
+                         parameter % 65536 pixels */
+  kClientTrack,       /* tracker `item` over the frame, and then parameter times more */
+  kClientTrackEnd,    /* releases tracker `item` */
+  kClientTrackRounds, /* parameter times: `item` trackers are created, see ten frames each, and are
+                         released */
+  kClientPool,        /* driver only: the blocks that the module holds, and how many it has taken */
+  kClientPoolLimit    /* driver only: the module gets parameter more blocks; 0 is no limit */
 };
 
 typedef struct ClientRequest {
   uint32_t operation;
-  uint32_t effectId;
+  uint32_t item; /* an effect's id; a tracker, 0 or 1 */
   uint32_t width;
   uint32_t height;
   uint32_t parameter;
@@ -36,8 +43,10 @@ typedef struct ClientRequest {
 typedef struct ClientReply {
   int32_t results[4];
   uint32_t values[4];
-  uint64_t routine;   /* as Kolm_VE_InitVideoEffect returned it */
-  char imageName[16]; /* of the load check */
+  uint64_t routine;    /* as Kolm_VE_InitVideoEffect returned it */
+  int32_t tracker[17]; /* the record up to its pointers, after the call */
+  uint32_t stackBytes; /* driver only: as deep as a face-tracking call went */
+  char imageName[16];  /* of the load check */
 } ClientReply;
 
 enum {

@@ -117,8 +117,30 @@ static NTSTATUS NTAPI CreateFileInWindows(PHANDLE file, ACCESS_MASK access,
                       disposition, options, eaBuffer, eaLength);
 }
 
+/* What the module holds of the pool, how many blocks it has taken, and how many it may still take.
+ */
+static ULONG blocksHeld, blocksTaken, blocksLeft = MAXULONG;
+
+/* Stand in for the pool calls in Kolm.sys. */
+static PVOID NTAPI AllocateAndCount(POOL_TYPE type, SIZE_T bytes, ULONG tag) {
+  PVOID block;
+
+  if (blocksLeft == 0) return NULL;
+  block = ExAllocatePoolWithTag(type, bytes, tag);
+  if (block == NULL) return NULL;
+  if (blocksLeft != MAXULONG) --blocksLeft;
+  ++blocksHeld;
+  ++blocksTaken;
+  return block;
+}
+
+static VOID NTAPI FreeAndCount(PVOID block) {
+  --blocksHeld;
+  ExFreePool(block);
+}
+
 /* Kolm.sys goes together with this driver, its only client, so that nothing is put back. */
-static NTSTATUS RedirectCreateFile(void) {
+static NTSTATUS RedirectImport(const char* name, void* routine) {
   UCHAR* image = ImageOf((void*)Kolm_BG_LoadBackground);
   ULONG size = 0;
   const IMAGE_IMPORT_DESCRIPTOR* module =
@@ -131,13 +153,55 @@ static NTSTATUS RedirectCreateFile(void) {
     for (; names->u1.AddressOfData != 0; ++names, ++slots) {
       const IMAGE_IMPORT_BY_NAME* import =
           (const IMAGE_IMPORT_BY_NAME*)(image + names->u1.AddressOfData);
-      if (strcmp((const char*)import->Name, "ZwCreateFile") == 0) {
-        slots->u1.Function = (ULONG_PTR)CreateFileInWindows;
+      if (strcmp((const char*)import->Name, name) == 0) {
+        slots->u1.Function = (ULONG_PTR)routine;
         return STATUS_SUCCESS;
       }
     }
   }
   return STATUS_ENTRYPOINT_NOT_FOUND;
+}
+
+static NTSTATUS RedirectImports(void) {
+  NTSTATUS status = RedirectImport("ZwCreateFile", (void*)CreateFileInWindows);
+
+  if (NT_SUCCESS(status)) {
+    status = RedirectImport("ExAllocatePoolWithTag", (void*)AllocateAndCount);
+  }
+  if (NT_SUCCESS(status)) status = RedirectImport("ExFreePool", (void*)FreeAndCount);
+  return status;
+}
+
+/* More than a kernel stack has, so that going too deep is measured and not just noticed. */
+#define MEASURED_STACK (64 * 1024)
+#define STACK_MARK 0xA5
+
+/* Both lie right below the frame of the caller, where its next call goes. Their own frames, which
+ * hold no more than a few registers, are passed over. */
+#define OWN_FRAME 128
+
+/* From the top down, since the stack grows page by page. */
+static __attribute__((noinline)) void MarkStack(void) {
+  volatile UCHAR* top = (volatile UCHAR*)__builtin_frame_address(0);
+  ULONG depth;
+
+  for (depth = OWN_FRAME; depth < MEASURED_STACK; ++depth) *(top - depth) = STACK_MARK;
+}
+
+/* The depth of the lowest byte that has lost its mark. */
+static __attribute__((noinline)) ULONG MeasureStack(void) {
+  const volatile UCHAR* top = (const volatile UCHAR*)__builtin_frame_address(0);
+  ULONG depth = MEASURED_STACK - 1;
+
+  while (depth > OWN_FRAME && *(top - depth) == STACK_MARK) --depth;
+  return depth;
+}
+
+static void CallAndMeasure(const ClientRequest* request, const UCHAR* source, ClientReply* reply,
+                           UCHAR* destination) {
+  MarkStack();
+  CallKolm(request, source, reply, destination);
+  reply->stackBytes = MeasureStack();
 }
 
 /* The request and its bytes arrive in the buffer in which the reply and its bytes go back. */
@@ -170,6 +234,22 @@ static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, 
       break;
     case kClientUnloading:
       status = CallDllUnload(reply);
+      break;
+    case kClientPool:
+      reply->values[0] = blocksHeld;
+      reply->values[1] = blocksTaken;
+      break;
+    case kClientPoolLimit:
+      blocksLeft = request.parameter == 0 ? MAXULONG : request.parameter;
+      break;
+    case kClientTrackBegin:
+    case kClientTrack:
+    case kClientTrackEnd:
+      if (request.item > 1) {
+        status = STATUS_INVALID_PARAMETER;
+        break;
+      }
+      CallAndMeasure(&request, buffer + sizeof request, reply, (UCHAR*)(reply + 1));
       break;
     default:
       CallKolm(&request, buffer + sizeof request, reply, (UCHAR*)(reply + 1));
@@ -216,7 +296,7 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) 
   NTSTATUS status;
 
   UNREFERENCED_PARAMETER(registryPath);
-  status = RedirectCreateFile();
+  status = RedirectImports();
   if (!NT_SUCCESS(status)) return status;
   status = IoCreateDevice(driver, 0, &deviceName, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
   if (!NT_SUCCESS(status)) return status;

@@ -3,13 +3,18 @@
 //                                           output
 //   kolm_probe_host files PICTURE FOLDER    the same for the overlays' sizes; writes stores and
 //                                           bitmaps into FOLDER
+//   kolm_probe_host scene PICTURE           writes the part of PICTURE that face tracking films as
+//                                           a frame to standard output
+//   kolm_probe_host speed SCENE             prints the milliseconds of a frame of the scene
 //   kolm_probe_host effects FRAMES LOG      repeats the calls whose answers kolm_probe.exe wrote,
 //                                           read from standard input, and compares each answer with
 //                                           the host library's, then Wine's log with the debugger
 //                                           lines
+//   kolm_probe_host tracking SCENE LOG      the same for face tracking
 //   kolm_probe_host background FRAMES LOG FOLDER  the same for background replacement; the store
 //                                           lies in the folder that KOLM_SYSTEM_ROOT names
 // The exit code is 0 if all is equal.
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -64,6 +69,13 @@ void WriteFrames(const cv::Mat& picture, const Size (&sizes)[count]) {
       throw std::runtime_error("cannot write the frames");
     }
   }
+}
+
+// Of a portrait the upper part, in the scene's shape.
+void WriteScene(const cv::Mat& picture) {
+  const int height =
+      picture.cols * static_cast<int>(kScene.height) / static_cast<int>(kScene.width);
+  WriteFrames(picture(cv::Rect(0, 0, picture.cols, std::min(height, picture.rows))), {kScene});
 }
 
 void WriteFile(const std::string& name, const std::vector<uint8_t>& bytes) {
@@ -235,8 +247,9 @@ class Comparison {
                       const ClientReply& theirs) {
     if (std::memcmp(own.results, theirs.results, sizeof own.results) != 0 ||
         std::memcmp(own.values, theirs.values, sizeof own.values) != 0 ||
+        std::memcmp(own.tracker, theirs.tracker, sizeof own.tracker) != 0 ||
         (own.routine == 0) != (theirs.routine == 0)) {
-      Differ("operation %u, effect %u: other results", request.operation, request.effectId);
+      Differ("operation %u, item %u: other results", request.operation, request.item);
     }
   }
 
@@ -245,8 +258,8 @@ class Comparison {
     if (own == theirs) return;
     size_t i = 0;
     while (own[i] == theirs[i]) ++i;
-    Differ("operation %u, effect %u, %ux%u, parameter %u: byte %zu: host %02x, module %02x",
-           request.operation, request.effectId, request.width, request.height, request.parameter, i,
+    Differ("operation %u, item %u, %ux%u, parameter %u: byte %zu: host %02x, module %02x",
+           request.operation, request.item, request.width, request.height, request.parameter, i,
            own[i], theirs[i]);
   }
 
@@ -286,6 +299,21 @@ bool CompareEffects(const std::string& framesName, const std::string& logName) {
   return Compare([&](const Call& call) { MakeAllCalls(call, photographs); }, logName);
 }
 
+bool CompareTracking(const std::string& sceneName, const std::string& logName) {
+  const std::vector<uint8_t> scene = ReadFrames(sceneName, {kScene})[0];
+  return Compare([&](const Call& call) { MakeTrackingCalls(call, scene); }, logName);
+}
+
+void Speed(const std::string& sceneName) {
+  const auto now = [] {
+    return std::chrono::duration<double, std::milli>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+  };
+  host::SetDebugSink([](const std::string&) {});
+  std::printf("%.3f\n", TimeTracking(CallHost, ReadFrames(sceneName, {kScene})[0], now));
+}
+
 bool CompareBackground(const std::string& framesName, const std::string& logName,
                        const std::string& folder) {
   const char* systemRoot = std::getenv("KOLM_SYSTEM_ROOT");
@@ -312,6 +340,17 @@ int main(int argumentCount, char** arguments) {
       WriteFrames(picture, kOverlaySizes);
       return 0;
     }
+    if (words.size() == 2 && words[0] == "scene") {
+      WriteScene(ReadPicture(words[1]));
+      return 0;
+    }
+    if (words.size() == 2 && words[0] == "speed") {
+      Speed(words[1]);
+      return 0;
+    }
+    if (words.size() == 3 && words[0] == "tracking") {
+      return CompareTracking(words[1], words[2]) ? 0 : 1;
+    }
     if (words.size() == 3 && words[0] == "effects") {
       return CompareEffects(words[1], words[2]) ? 0 : 1;
     }
@@ -319,7 +358,8 @@ int main(int argumentCount, char** arguments) {
       return CompareBackground(words[1], words[2], words[3]) ? 0 : 1;
     }
     throw std::runtime_error(
-        "usage: kolm_probe_host frames PICTURE | files PICTURE FOLDER | effects FRAMES LOG | "
+        "usage: kolm_probe_host frames PICTURE | files PICTURE FOLDER | scene PICTURE | "
+        "speed SCENE | effects FRAMES LOG | tracking SCENE LOG | "
         "background FRAMES LOG FOLDER");
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kolm_probe_host: %s\n", error.what());

@@ -4,6 +4,10 @@
 //                        its answer on standard output
 //   kolm_probe background FOLDER  the same for background replacement, with the files that the host
 //                        program wrote into FOLDER, its name on the host
+//   kolm_probe tracking    the same for face tracking, with the scene on standard input
+//   kolm_probe speed       prints the milliseconds of a frame of the scene on standard input
+//   kolm_probe trackers N  N rounds of face tracking with one tracker, N with two
+//   kolm_probe shortage    face tracking with too little memory
 //   kolm_probe rounds N  N times: start the driver, check what it loaded, one pass over all effects
 //                        on a small frame, stop
 //   kolm_probe service NAME DRIVER  starts and stops DRIVER.sys as the service NAME
@@ -11,6 +15,7 @@
 #include <windows.h>
 #include <winioctl.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -200,6 +205,117 @@ void Background(const std::string& folder) {
   WriteAnswers([&](const Call& call) { MakeBackgroundCalls(call, files, photographs); });
 }
 
+ClientReply AskPool(ProbeDevice* device) {
+  return device->Call({kClientPool, 0, 0, 0, 0}, {}).reply;
+}
+
+void ExpectNoBlock(ProbeDevice* device, const std::string& when) {
+  const uint32_t held = AskPool(device).values[0];
+  if (held != 0) throw std::runtime_error(std::to_string(held) + " blocks are held " + when);
+}
+
+std::vector<uint8_t> ReadScene() {
+  std::vector<uint8_t> scene(FrameBytes(kScene.width, kScene.height));
+  ReadAll(GetStdHandle(STD_INPUT_HANDLE), &scene);
+  return scene;
+}
+
+void Speed() {
+  LARGE_INTEGER perSecond;
+  QueryPerformanceFrequency(&perSecond);
+  const auto now = [&] {
+    LARGE_INTEGER count;
+    QueryPerformanceCounter(&count);
+    return 1000.0 * static_cast<double>(count.QuadPart) / static_cast<double>(perSecond.QuadPart);
+  };
+  const std::vector<uint8_t> scene = ReadScene();
+  DriverService service("KolmProbe", "KolmProbe");
+  service.Start();
+  {
+    ProbeDevice device;
+    const Call call = [&](const ClientRequest& request, const std::vector<uint8_t>& frame) {
+      return device.Call(request, frame);
+    };
+    std::printf("%.3f\n", TimeTracking(call, scene, now));
+  }
+  service.Stop();
+}
+
+void Tracking() {
+  constexpr uint32_t kStackLimit = 12 * 1024;
+  const std::vector<uint8_t> scene = ReadScene();
+  uint32_t deepest[3] = {};
+  WriteAnswers([&](const Call& call) {
+    const Call measured = [&](const ClientRequest& request, const std::vector<uint8_t>& frame) {
+      Answer answer = call(request, frame);
+      uint32_t& depth = deepest[request.operation - kClientTrackBegin];
+      depth = std::max(depth, answer.reply.stackBytes);
+      return answer;
+    };
+    MakeTrackingCalls(measured, scene);
+  });
+  std::fprintf(stderr, "deepest stack use: Init %u, Do %u, Uninit %u bytes\n", deepest[0],
+               deepest[1], deepest[2]);
+  for (const uint32_t depth : deepest) {
+    if (depth == 0 || depth > kStackLimit) {
+      throw std::runtime_error("a stack use of " + std::to_string(depth) + " bytes; the limit is " +
+                               std::to_string(kStackLimit));
+    }
+  }
+}
+
+constexpr Size kSmallFrame = {128, 96};
+
+void Trackers(int rounds) {
+  const std::vector<uint8_t> frame = DrawFrame(kSmallFrame.width, kSmallFrame.height);
+
+  DriverService service("KolmProbe", "KolmProbe");
+  service.Start();
+  {
+    ProbeDevice device;
+    ExpectNoBlock(&device, "at the beginning");
+    for (const uint32_t trackers : {1, 2}) {
+      device.Call({kClientTrackRounds, trackers, kSmallFrame.width, kSmallFrame.height,
+                   static_cast<uint32_t>(rounds)},
+                  frame);
+      ExpectNoBlock(&device, "after the rounds with " + std::to_string(trackers) + " trackers");
+      std::printf("%d rounds with %u trackers: %u blocks taken, none held\n", rounds, trackers,
+                  AskPool(&device).values[1]);
+    }
+  }
+  service.Stop();
+}
+
+// Lets ever more blocks be taken: each of the first, with which the library begins, and a sample of
+// the thousands that follow.
+void Shortage() {
+  const std::vector<uint8_t> frame = DrawFrame(kSmallFrame.width, kSmallFrame.height);
+
+  DriverService service("KolmProbe", "KolmProbe");
+  service.Start();
+  {
+    ProbeDevice device;
+    // Returns how many blocks it took.
+    const auto round = [&](uint32_t limit) {
+      const uint32_t before = AskPool(&device).values[1];
+      device.Call({kClientPoolLimit, 0, 0, 0, limit}, {});
+      device.Call({kClientTrackRounds, 2, kSmallFrame.width, kSmallFrame.height, 1}, frame);
+      device.Call({kClientPoolLimit, 0, 0, 0, 0}, {});
+      ExpectNoBlock(&device, "after a round with " + std::to_string(limit) + " blocks");
+      return AskPool(&device).values[1] - before;
+    };
+    const uint32_t needed = round(0);
+    uint32_t rounds = 0;
+    for (uint32_t limit = 1; limit < needed; limit += 1 + limit / 64) {
+      if (round(limit) != limit) throw std::runtime_error("the shortage was not felt");
+      ++rounds;
+    }
+    if (round(0) != needed) throw std::runtime_error("something is left of the shortage");
+    std::printf("%u blocks needed; %u rounds with fewer, none held\n", needed, rounds);
+  }
+  service.Stop();
+}
+
 void Rounds(int rounds) {
   constexpr uint32_t kWidth = 64;
   constexpr uint32_t kHeight = 48;
@@ -241,13 +357,22 @@ int main(int argumentCount, char** arguments) {
       kolm::probe::Effects();
     } else if (words.size() == 2 && words[0] == "background") {
       kolm::probe::Background(words[1]);
+    } else if (words.size() == 1 && words[0] == "tracking") {
+      kolm::probe::Tracking();
+    } else if (words.size() == 1 && words[0] == "speed") {
+      kolm::probe::Speed();
+    } else if (words.size() == 2 && words[0] == "trackers") {
+      kolm::probe::Trackers(std::atoi(words[1].c_str()));
+    } else if (words.size() == 1 && words[0] == "shortage") {
+      kolm::probe::Shortage();
     } else if (words.size() == 2 && words[0] == "rounds") {
       kolm::probe::Rounds(std::atoi(words[1].c_str()));
     } else if (words.size() == 3 && words[0] == "service") {
       kolm::probe::Service(words[1], words[2]);
     } else {
       throw std::runtime_error(
-          "usage: kolm_probe effects | background FOLDER | rounds N | service NAME DRIVER");
+          "usage: kolm_probe effects | background FOLDER | tracking | speed | trackers N | "
+          "shortage | rounds N | service NAME DRIVER");
     }
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kolm_probe: %s\n", error.what());

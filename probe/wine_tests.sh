@@ -1,6 +1,6 @@
 #!/bin/bash
 # One test of the module under Wine's kernel.
-#   wine_tests.sh KERNEL_BUILD HOST_BUILD effects|background|rounds|pool|service|cookie
+#   wine_tests.sh KERNEL_BUILD HOST_BUILD TEST
 set -euo pipefail
 
 kernel=$1 host=$2 test=$3
@@ -67,6 +67,23 @@ case $test in
       KOLM_SYSTEM_ROOT=$files/windows "$host/kolm_probe_host" background "$frames" "$log" "$files" ||
       fail 'host library and module differ'
     expect_pool_balance
+    ;;
+
+  tracking)
+    scene=$kernel/probe/photograph.scene
+    "$host/kolm_probe_host" scene "$here/photograph.jpg" >"$scene"
+    # shellcheck disable=SC2094 # both sides only read the scene
+    probe +debugstr tracking <"$scene" | "$host/kolm_probe_host" tracking "$scene" "$log" ||
+      fail 'host library and module differ'
+    grep 'deepest stack use' "$log"
+    ;;
+
+  trackers)
+    probe -all trackers 1000 || fail 'a round failed'
+    ;;
+
+  shortage)
+    probe -all shortage || fail 'a round failed'
     ;;
 
   rounds)
