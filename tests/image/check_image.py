@@ -3,6 +3,7 @@
   check_image.py CHECK BUILD_DIRECTORY [ARGUMENT...]
 """
 
+import bisect
 import pathlib
 import re
 import shutil
@@ -50,6 +51,56 @@ def imports(build):
     ]
     expect_equal(sorted(names), golden("imports.txt"), "imports")
     expect(not hasattr(image, "DIRECTORY_ENTRY_DELAY_IMPORT"), "imports on demand")
+
+
+def size(build):
+    bytes = (build / "Kolm.sys").stat().st_size
+    print(f"{bytes} bytes")
+    expect(bytes <= 4 << 20, f"{bytes} bytes are more than 4 MB")
+
+
+def variables(build):
+    """What is not given its first values again after the last tracker comes from no library."""
+    text = (build / "Kolm.map").read_text()
+    for name in (".data", ".bss", ".detdat", ".detbss"):
+        block = re.search(rf"^\{name} .*?(?=^\.[a-z]+ )", text, re.M | re.S)
+        expect(block, f"no section {name} in the map")
+        # An input section: its name, where it has been put, its size and its file.
+        files = re.findall(r"^ [.\w$]+\s+0x[0-9a-f]+\s+0x0*[1-9a-f][0-9a-f]*\s+(\S+)$", block[0], re.M)
+        expect(files, f"nothing in {name}")
+        is_library = name.startswith(".det")
+        for file in files:
+            expect((".a(" in file) == is_library, f"{file} has variables in {name}")
+
+
+def floating_point(build):
+    """The x87 and MMX units, whose state the kernel does not keep for a driver, are used by nothing
+    but what writes and reads numbers of type long double, which is never called."""
+    symbols = sorted(
+        (int(address, 16), name)
+        for address, name in re.findall(
+            r"^([0-9a-f]+) [tT] (\S+)$", run("x86_64-w64-mingw32-nm", build / "Kolm.sys.debug"), re.M)
+    )
+    addresses = [address for address, _ in symbols]
+    code = run("x86_64-w64-mingw32-objdump", "-d", "--no-show-raw-insn", build / "Kolm.sys")
+    found = set()
+    wide = set()
+    for line in code.splitlines():
+        match = re.match(r" *([0-9a-f]+):\s+(.*)", line)
+        if not match:
+            continue
+        name = lambda: symbols[bisect.bisect_right(addresses, int(match[1], 16)) - 1][1]
+        if re.match(r"f(?!xsave|xrstor)[a-z0-9]+\b|emms\b", match[2]) or "%mm" in match[2]:
+            found.add(name())
+        if re.search(r"%[yz]mm", match[2]):
+            wide.add(name())
+    expect(not wide, f"wide registers in {sorted(wide)}")
+    # Mangled, long double is the letter e.
+    others = [name for name in found
+              if not re.search(r"num_put|money_[pgs]|_M_insertIeE|_M_insert_floatIe|convert_to_v|lsEe$"
+                               r"|^strtold$", name)]
+    expect(not others, f"x87 or MMX instructions in {sorted(others)}")
+    print(f"{len(found)} functions for long double")
 
 
 def import_libraries(build):
@@ -121,15 +172,20 @@ def version(build, expected):
     expect_equal(strings.get(b"OriginalFilename"), b"Kolm.sys", "OriginalFilename")
 
 
-def reproducible(build, toolchain, build_type):
-    """A copy of the sources elsewhere, built elsewhere, gives the same bytes."""
+def reproducible(build, toolchain, build_type, opencv):
+    """A copy of the sources elsewhere, built elsewhere, gives the same bytes, and they name no folder
+    of the machine. OpenCV is not built again."""
+    image = (build / "Kolm.sys").read_bytes()
+    for folder in (SOURCES, build, opencv):
+        expect(bytes(str(folder), "utf-8") not in image, f"Kolm.sys names {folder}")
     second = build / "second"
     shutil.rmtree(second, ignore_errors=True)
     ignored = shutil.ignore_patterns("build", "out", ".git")
     shutil.copytree(SOURCES, second / "sources", ignore=ignored)
     toolchain = second / "sources" / pathlib.Path(toolchain).relative_to(SOURCES)
     run("cmake", "-S", second / "sources", "-B", second / "out", "-G", "Ninja",
-        "--toolchain", toolchain, f"-DCMAKE_BUILD_TYPE={build_type}")
+        "--toolchain", toolchain, f"-DCMAKE_BUILD_TYPE={build_type}",
+        f"-DKOLM_OPENCV_FOLDER={opencv}")
     run("cmake", "--build", second / "out", "--target", "kolm")
     for name in ("Kolm.sys", "libKolm.a", "Kolm.lib"):
         same = (build / name).read_bytes() == (second / "out" / name).read_bytes()
@@ -140,8 +196,9 @@ def reproducible(build, toolchain, build_type):
 class Entry:
     """An entry of the debugging information: tag, attributes as printed, children."""
 
-    def __init__(self, tag):
+    def __init__(self, tag, unit):
         self.tag = tag
+        self.unit = unit or self
         self.attributes = {}
         self.children = []
 
@@ -157,8 +214,8 @@ def debugging_entries(image):
     for line in run("llvm-dwarfdump", "--debug-info", image).splitlines():
         if match := re.match(r"(0x[0-9a-f]+):( +)(\w+)", line):
             offset, indent, tag = match.groups()
-            entry = entries[offset] = Entry(tag)
             depth = len(indent) // 2
+            entry = entries[offset] = Entry(tag, path[0] if depth > 0 else None)
             path[depth:] = [entry]
             if depth > 0 and len(path) > 1:
                 path[-2].children.append(entry)
@@ -220,8 +277,13 @@ def stack_protection(build, name, debug_name):
     protected = 0
     unprotected = []
     for function in entries.values():
+        if function.tag != "DW_TAG_subprogram":
+            continue
+        # The compiler's own libraries are as their package has them.
+        if "mingw-w64-crt" in function.unit.attributes.get("DW_AT_name", ""):
+            continue
         ranges = [r for r in code_ranges(function) if base <= r[0] < base + text.Misc_VirtualSize]
-        if function.tag != "DW_TAG_subprogram" or not ranges:
+        if not ranges:
             continue
         arrays = list(arrays_on_stack(function, entries))
         if not arrays:
@@ -238,8 +300,8 @@ def stack_protection(build, name, debug_name):
     expect(protected, "no function with an array")
 
 
-CHECKS = [exports, imports, import_libraries, header, sections, symbols, version, reproducible,
-          stack_protection]
+CHECKS = [exports, imports, size, variables, floating_point, import_libraries, header, sections,
+          symbols, version, reproducible, stack_protection]
 
 if __name__ == "__main__":
     check = {function.__name__: function for function in CHECKS}[sys.argv[1]]
