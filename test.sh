@@ -19,7 +19,8 @@ packages=(
   cmake ninja-build pkg-config python3
   g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev libswscale-dev libavutil-dev
   clang libclang-rt-dev llvm
-  gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64 wine64 python3-pefile
+  opencv-data dpkg-dev libz-mingw-w64-dev
+  gcc-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-win32 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck
   imagemagick ffmpeg python3-pil
 )

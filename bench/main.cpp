@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bench/pairs.h"
+#include "platform/host/host_kernel.h"
 #include "platform/instruction_set.h"
 
 namespace {
@@ -27,6 +28,7 @@ const char* InstructionSetName() {
 
 int main(int argc, char** argv) {
   cv::setNumThreads(1);
+  kolm::host::SetPoolTrace(false);
   benchmark::AddCustomContext("instruction_set", InstructionSetName());
   benchmark::AddCustomContext("opencv", CV_VERSION);
   benchmark::AddCustomContext("libyuv", std::to_string(LIBYUV_VERSION));

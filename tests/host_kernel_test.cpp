@@ -105,6 +105,16 @@ TEST_P(PoolTest, BlocksAreAlignedButForTheirGuard) {
   }
 }
 
+TEST_P(PoolTest, WithoutTheTraceBlocksDoNotTellWhereTheyComeFrom) {
+  SetPoolTrace(false);
+  uint8_t* silent = Allocate(10);
+  SetPoolTrace(true);
+  ASSERT_EQ(PoolBlocks().size(), 1u);
+  EXPECT_EQ(PoolBlocks()[0].address, silent);
+  EXPECT_EQ(PoolBlocks()[0].allocatedAt, "");
+  ExFreePool(silent);
+}
+
 TEST_P(PoolTest, BlocksAboveAGigabyteAreNotToBeHad) {
   EXPECT_EQ(Allocate((size_t{1} << 30) + 1), nullptr);
   EXPECT_EQ(Allocate(~size_t{0}), nullptr);

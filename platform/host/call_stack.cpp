@@ -18,6 +18,7 @@ CallStack CaptureCallStack() {
 }
 
 uint64_t HashCallStack(const CallStack& stack) {
+  if (stack.depth == 0) return 0;
   return std::hash<std::string_view>{}(
       {reinterpret_cast<const char*>(stack.frames), stack.depth * sizeof stack.frames[0]});
 }

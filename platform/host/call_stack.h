@@ -8,7 +8,7 @@ namespace kolm::host {
 
 struct CallStack {
   void* frames[24];
-  int depth;
+  int depth = 0;
 };
 
 // The innermost frames of the caller.

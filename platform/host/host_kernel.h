@@ -37,11 +37,15 @@ enum class PoolGuard {
 // filled with 0xDD and checked for changes when they leave it.
 void SetPoolGuard(PoolGuard guard);
 
+// Whether blocks allocated from now on remember the call stack; on from the start. Benchmarks turn
+// it off: it costs more than the allocation.
+void SetPoolTrace(bool remember);
+
 struct PoolBlock {
   const void* address;
   size_t bytes;
   uint32_t tag;
-  std::string allocatedAt;  // the call stack, one frame a line
+  std::string allocatedAt;  // the call stack, one frame a line; empty without the trace
 };
 
 // The blocks now allocated; with a tag only those that carry it.
@@ -56,7 +60,7 @@ uint64_t PoolAllocations();
 std::string DescribePoolBlocks();
 
 // Lets allocations fail. `decide` is asked at each allocation, one at a time, with the call stack's
-// hash; true lets it fail. Null stops it.
+// hash (0 without the trace); true lets it fail. Null stops it.
 void SetPoolFailure(std::function<bool(uint64_t callStack)> decide);
 
 // Lets each distinct allocating call stack fail once while `run` is repeated until none is left

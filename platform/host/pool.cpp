@@ -67,6 +67,7 @@ Pool& ThePool() {
 }
 
 std::atomic<PoolGuard> currentGuard{PoolGuard::None};
+std::atomic<bool> remembersCallStacks{true};
 
 using FailureDecision = std::function<bool(uint64_t)>;
 
@@ -197,7 +198,8 @@ void Quarantine(Pool* pool, Block block) {
   if (poolType != kNonPagedPool) BrokenPromise("allocation from pool type %d", poolType);
   if (bytes == 0) BrokenPromise("allocation of no bytes");
   if (tag == 0) BrokenPromise("allocation without a tag");
-  Block block{nullptr, 0, nullptr, bytes, tag, currentGuard, CaptureCallStack()};
+  Block block{nullptr, 0, nullptr, bytes, tag, currentGuard, {}};
+  if (remembersCallStacks) block.allocatedAt = CaptureCallStack();
   if (ShouldFail(block.allocatedAt) || bytes > kLargestBlock || !Reserve(&block)) return nullptr;
   Fill(block);
   Pool& pool = ThePool();
@@ -238,6 +240,8 @@ std::vector<PoolBlock> LiveBlocks(std::optional<uint32_t> tag) {
 }  // namespace
 
 void SetPoolGuard(PoolGuard guard) { currentGuard = guard; }
+
+void SetPoolTrace(bool remember) { remembersCallStacks = remember; }
 
 std::vector<PoolBlock> PoolBlocks() { return LiveBlocks(std::nullopt); }
 
