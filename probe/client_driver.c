@@ -245,7 +245,8 @@ static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, 
     case kClientTrackBegin:
     case kClientTrack:
     case kClientTrackEnd:
-      if (request.item > 1) {
+    case kClientTrackRounds:
+      if (request.item > (request.operation == kClientTrackRounds ? 2 : 1)) {
         status = STATUS_INVALID_PARAMETER;
         break;
       }

@@ -295,11 +295,15 @@ void Shortage() {
   service.Start();
   {
     ProbeDevice device;
+    uint32_t deepest = 0;
     // Returns how many blocks it took.
     const auto round = [&](uint32_t limit) {
       const uint32_t before = AskPool(&device).values[1];
       device.Call({kClientPoolLimit, 0, 0, 0, limit}, {});
-      device.Call({kClientTrackRounds, 2, kSmallFrame.width, kSmallFrame.height, 1}, frame);
+      const ClientReply reply =
+          device.Call({kClientTrackRounds, 2, kSmallFrame.width, kSmallFrame.height, 1}, frame)
+              .reply;
+      deepest = std::max(deepest, reply.stackBytes);
       device.Call({kClientPoolLimit, 0, 0, 0, 0}, {});
       ExpectNoBlock(&device, "after a round with " + std::to_string(limit) + " blocks");
       return AskPool(&device).values[1] - before;
@@ -311,7 +315,8 @@ void Shortage() {
       ++rounds;
     }
     if (round(0) != needed) throw std::runtime_error("something is left of the shortage");
-    std::printf("%u blocks needed; %u rounds with fewer, none held\n", needed, rounds);
+    std::printf("%u blocks needed; %u rounds with fewer, none held; deepest stack use %u bytes\n",
+                needed, rounds, deepest);
   }
   service.Stop();
 }
