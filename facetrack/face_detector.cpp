@@ -15,6 +15,7 @@
 
 #include "facetrack/cascade_storage_text.h"
 #include "module/memory.h"
+#include "platform/detector_runtime.h"
 
 namespace kolm {
 
@@ -108,26 +109,42 @@ bool MakeRoomForSums(FaceDetector* detector, cv::Size image, double scale) {
   return true;
 }
 
+// A picture with rows padded to 4 bytes. OpenCV would lose the memory of one that it makes itself
+// if there is none for its description.
+struct GrayPicture {
+  std::vector<uint8_t> pixels;
+  cv::Mat picture;
+
+  explicit GrayPicture(cv::Size size)
+      : pixels(size_t{1} * Stride(size) * size.height),
+        picture(size, CV_8UC1, pixels.data(), Stride(size)) {}
+
+  static size_t Stride(cv::Size size) { return (size_t{1} * size.width + 3) & ~size_t{3}; }
+};
+
 // The luma of the packed pixels follow one another without regard to the rows' padding.
-cv::Mat GrayPicture(const IplImage* image, cv::Size size) {
-  const int stride = (size.width + 3) & ~3;
-  cv::Mat padded(size.height, stride, CV_8UC1);
-  const size_t pixels = size_t{1} * size.width * size.height;
+void TakeLuma(const IplImage* image, GrayPicture* gray) {
+  const size_t count = gray->picture.total();
   const uint8_t* packed = reinterpret_cast<const uint8_t*>(image->imageData);
-  uint8_t* gray = padded.data;
-  for (size_t i = 0; i < pixels; ++i) gray[i] = packed[2 * i];
-  KolmZero(gray + pixels, padded.total() - pixels);
-  return padded.colRange(0, size.width);
+  uint8_t* luma = gray->pixels.data();
+  for (size_t i = 0; i < count; ++i) luma[i] = packed[2 * i];
+}
+
+std::vector<cv::Rect> FindFaces(FaceDetector* detector, const GrayPicture& gray, double scale) {
+  std::vector<cv::Rect> faces;
+  detector->classifier.detectMultiScale(gray.picture, faces, scale, kNeighbours, kFlags);
+  return faces;
 }
 
 FaceSequence* Detect(const IplImage* image, FaceDetector* detector, CvMemStorage* storage,
                      double scale) {
   const CvRect region = cvGetImageROI(image);
   const cv::Size size(region.width, region.height);
+  if (size.width < detector->window.width || size.height < detector->window.height) return nullptr;
   if (!MakeRoomForSums(detector, size, scale)) return nullptr;
-  std::vector<cv::Rect> faces;
-  detector->classifier.detectMultiScale(GrayPicture(image, size), faces, scale, kNeighbours,
-                                        kFlags);
+  GrayPicture gray(size);
+  TakeLuma(image, &gray);
+  const std::vector<cv::Rect> faces = FindFaces(detector, gray, scale);
   CvSeq* const sequence = cvCreateSeq(0, sizeof(CvSeq), sizeof(FaceRectangle), storage);
   for (const cv::Rect& face : faces) {
     const FaceRectangle rectangle = {face.x, face.y, face.width, face.height};
@@ -136,21 +153,43 @@ FaceSequence* Detect(const IplImage* image, FaceDetector* detector, CvMemStorage
   return reinterpret_cast<FaceSequence*>(sequence);
 }
 
+// Runs `work`, which may throw, where the stack has room for it, and returns what it returns; null
+// if it throws or there is no such room.
+template <typename Result, typename Work>
+Result* Try(const Work& work) {
+  struct Call {
+    const Work& work;
+    Result* result;
+  } call = {work, nullptr};
+  CallWithDeepStack(
+      [](void* argument) {
+        Call* const made = static_cast<Call*>(argument);
+        try {
+          made->result = made->work();
+        } catch (...) {
+        }
+      },
+      &call);
+  return call.result;
+}
+
 }  // namespace
 
 FaceDetector* CreateFaceDetector(const FaceCascade& cascade) {
   if (!IsSoundCascade(cascade)) return nullptr;
-  try {
+  return Try<FaceDetector>([&]() -> FaceDetector* {
     auto detector = std::make_unique<FaceDetector>();
     detector->window = {cascade.width, cascade.height};
     const cv::FileStorage storage(CascadeStorageText(cascade), cv::FileStorage::READ |
                                                                    cv::FileStorage::MEMORY |
                                                                    cv::FileStorage::FORMAT_JSON);
     if (!detector->classifier.read(storage.root())) return nullptr;
+    // The classifier makes its table of features with the first picture. If there were no memory
+    // for that it would not notice with the second, and go by a table that is not there: so the
+    // first is seen here.
+    FindFaces(detector.get(), GrayPicture(detector->window), 2.0);
     return detector.release();
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 void ReleaseFaceDetector(FaceDetector** detector) {
@@ -160,11 +199,7 @@ void ReleaseFaceDetector(FaceDetector** detector) {
 }
 
 void* CreateFaceStorage() {
-  try {
-    return cvCreateMemStorage(0);
-  } catch (...) {
-    return nullptr;
-  }
+  return Try<CvMemStorage>([] { return cvCreateMemStorage(0); });
 }
 
 void ClearFaceStorage(void* storage) {
@@ -216,12 +251,10 @@ const FaceSequence* DetectFaces(void* image, FaceDetector* detector, void* stora
   if (image == nullptr || detector == nullptr || storage == nullptr || !(scale > 1.0f)) {
     return nullptr;
   }
-  try {
+  return Try<FaceSequence>([&] {
     return Detect(static_cast<IplImage*>(image), detector, static_cast<CvMemStorage*>(storage),
                   scale);
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 int32_t CountFaces(const FaceSequence* faces) {

@@ -10,4 +10,8 @@ bool BeginDetectorRuntime();
 // Nothing that the library made is valid afterwards. Level: PASSIVE.
 void EndDetectorRuntime();
 
+// Calls `work` where the stack is deep enough for what the library throws and catches. False, and
+// no call, if there is no memory for that. Level: PASSIVE.
+bool CallWithDeepStack(void (*work)(void* argument), void* argument);
+
 }  // namespace kolm

@@ -28,8 +28,9 @@ enum ClientOperation {
   kClientTrackEnd,    /* releases tracker `item` */
   kClientTrackRounds, /* parameter times: `item` trackers are created, see ten frames each, and are
                          released */
-  kClientPool,        /* driver only: the blocks that the module holds, and how many it has taken */
-  kClientPoolLimit    /* driver only: the module gets parameter more blocks; 0 is no limit */
+  kClientPool, /* driver only: the blocks that the module holds, and how many it has asked for */
+  kClientPoolLimit /* driver only: block number `parameter` from now on is refused, and each
+                      behind it if `item` is 0; parameter 0 ends it */
 };
 
 typedef struct ClientRequest {

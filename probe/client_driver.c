@@ -117,20 +117,17 @@ static NTSTATUS NTAPI CreateFileInWindows(PHANDLE file, ACCESS_MASK access,
                       disposition, options, eaBuffer, eaLength);
 }
 
-/* What the module holds of the pool, how many blocks it has taken, and how many it may still take.
- */
-static ULONG blocksHeld, blocksTaken, blocksLeft = MAXULONG;
+/* What the module holds of the pool, how many blocks it has asked for, and which are refused. */
+static ULONG blocksHeld, blocksAsked, firstRefused, lastRefused;
 
 /* Stand in for the pool calls in Kolm.sys. */
 static PVOID NTAPI AllocateAndCount(POOL_TYPE type, SIZE_T bytes, ULONG tag) {
   PVOID block;
 
-  if (blocksLeft == 0) return NULL;
+  ++blocksAsked;
+  if (firstRefused != 0 && blocksAsked >= firstRefused && blocksAsked <= lastRefused) return NULL;
   block = ExAllocatePoolWithTag(type, bytes, tag);
-  if (block == NULL) return NULL;
-  if (blocksLeft != MAXULONG) --blocksLeft;
-  ++blocksHeld;
-  ++blocksTaken;
+  if (block != NULL) ++blocksHeld;
   return block;
 }
 
@@ -237,10 +234,11 @@ static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, 
       break;
     case kClientPool:
       reply->values[0] = blocksHeld;
-      reply->values[1] = blocksTaken;
+      reply->values[1] = blocksAsked;
       break;
     case kClientPoolLimit:
-      blocksLeft = request.parameter == 0 ? MAXULONG : request.parameter;
+      firstRefused = request.parameter == 0 ? 0 : blocksAsked + request.parameter;
+      lastRefused = request.item == 0 ? MAXULONG : firstRefused;
       break;
     case kClientTrackBegin:
     case kClientTrack:

@@ -7,7 +7,7 @@
 //   kolm_probe tracking    the same for face tracking, with the scene on standard input
 //   kolm_probe speed       prints the milliseconds of a frame of the scene on standard input
 //   kolm_probe trackers N  N rounds of face tracking with one tracker, N with two
-//   kolm_probe shortage    face tracking with too little memory
+//   kolm_probe shortage    face tracking of the scene on standard input with too little memory
 //   kolm_probe rounds N  N times: start the driver, check what it loaded, one pass over all effects
 //                        on a small frame, stop
 //   kolm_probe service NAME DRIVER  starts and stops DRIVER.sys as the service NAME
@@ -279,44 +279,107 @@ void Trackers(int rounds) {
                    static_cast<uint32_t>(rounds)},
                   frame);
       ExpectNoBlock(&device, "after the rounds with " + std::to_string(trackers) + " trackers");
-      std::printf("%d rounds with %u trackers: %u blocks taken, none held\n", rounds, trackers,
+      std::printf("%d rounds with %u trackers: %u blocks asked for, none held\n", rounds, trackers,
                   AskPool(&device).values[1]);
     }
   }
   service.Stop();
 }
 
-// Lets ever more blocks be taken: each of the first, with which the library begins, and a sample of
-// the thousands that follow.
-void Shortage() {
-  const std::vector<uint8_t> frame = DrawFrame(kSmallFrame.width, kSmallFrame.height);
+// Refuses memory: each block and all behind it, and each block alone. Of the thousands of blocks
+// with which a tracker begins a sample is refused, of a frame's every one.
+class ShortageTest {
+ public:
+  ShortageTest(ProbeDevice* device, const std::vector<uint8_t>& scene)
+      : device_(device), view_(FilmScene(scene, 0, kSize)) {}
 
+  void Run() {
+    const uint32_t before = Asked();
+    Begin();
+    beginning_ = Asked() - before;
+    Track();
+    frame_ = Asked() - before - beginning_;
+    End();
+    if (beginning_ == 0 || frame_ == 0) throw std::runtime_error("nothing was asked for");
+    Begin();
+    const ClientReply once = Track();
+    const ClientReply twice = Track();
+    End();
+    if (Alike(once, twice)) throw std::runtime_error("no face is followed in the scene");
+
+    for (const uint32_t alone : {0, 1}) {
+      for (uint32_t block = 1; block <= beginning_; block += 1 + block / 64) {
+        Refuse(alone, block);
+        Begin();
+        Track();
+        Refuse(0, 0);
+        Track();
+        End();
+      }
+      for (uint32_t block = 1; block <= frame_; ++block) {
+        Begin();
+        Refuse(alone, block);
+        const ClientReply first = Track();
+        Refuse(0, 0);
+        // A frame without memory is one without a face, and the next one is as ever.
+        const ClientReply second = Track();
+        if (!Alike(second, Alike(first, once) ? twice : once)) {
+          throw std::runtime_error("the frame after one without block " + std::to_string(block) +
+                                   " is another");
+        }
+        End();
+      }
+    }
+    std::printf(
+        "a tracker begins with %u blocks, a frame takes %u: %u rounds with a shortage, no "
+        "block held; deepest stack use %u bytes\n",
+        beginning_, frame_, rounds_, deepest_);
+  }
+
+ private:
+  static constexpr Size kSize = kTrackedSizes[0];
+  static constexpr Size kDetection = kDetectionSizes[0];
+
+  static bool Alike(const ClientReply& a, const ClientReply& b) {
+    return std::memcmp(a.tracker, b.tracker, sizeof a.tracker) == 0;
+  }
+
+  uint32_t Asked() { return AskPool(device_).values[1]; }
+
+  void Refuse(uint32_t alone, uint32_t block) {
+    device_->Call({kClientPoolLimit, alone, 0, 0, block}, {});
+  }
+
+  ClientReply Call(uint32_t operation, uint32_t parameter) {
+    const ClientReply reply =
+        device_->Call({operation, 0, kSize.width, kSize.height, parameter}, view_).reply;
+    deepest_ = std::max(deepest_, reply.stackBytes);
+    return reply;
+  }
+
+  void Begin() { Call(kClientTrackBegin, kDetection.width << 16 | kDetection.height); }
+  ClientReply Track() { return Call(kClientTrack, 0); }
+  void End() {
+    Call(kClientTrackEnd, 0);
+    ++rounds_;
+    ExpectNoBlock(device_, "after round " + std::to_string(rounds_) + " with a shortage");
+  }
+
+  ProbeDevice* device_;
+  std::vector<uint8_t> view_;
+  uint32_t beginning_ = 0;
+  uint32_t frame_ = 0;
+  uint32_t rounds_ = 0;
+  uint32_t deepest_ = 0;
+};
+
+void Shortage() {
+  const std::vector<uint8_t> scene = ReadScene();
   DriverService service("KolmProbe", "KolmProbe");
   service.Start();
   {
     ProbeDevice device;
-    uint32_t deepest = 0;
-    // Returns how many blocks it took.
-    const auto round = [&](uint32_t limit) {
-      const uint32_t before = AskPool(&device).values[1];
-      device.Call({kClientPoolLimit, 0, 0, 0, limit}, {});
-      const ClientReply reply =
-          device.Call({kClientTrackRounds, 2, kSmallFrame.width, kSmallFrame.height, 1}, frame)
-              .reply;
-      deepest = std::max(deepest, reply.stackBytes);
-      device.Call({kClientPoolLimit, 0, 0, 0, 0}, {});
-      ExpectNoBlock(&device, "after a round with " + std::to_string(limit) + " blocks");
-      return AskPool(&device).values[1] - before;
-    };
-    const uint32_t needed = round(0);
-    uint32_t rounds = 0;
-    for (uint32_t limit = 1; limit < needed; limit += 1 + limit / 64) {
-      if (round(limit) != limit) throw std::runtime_error("the shortage was not felt");
-      ++rounds;
-    }
-    if (round(0) != needed) throw std::runtime_error("something is left of the shortage");
-    std::printf("%u blocks needed; %u rounds with fewer, none held; deepest stack use %u bytes\n",
-                needed, rounds, deepest);
+    ShortageTest(&device, scene).Run();
   }
   service.Stop();
 }

@@ -15,6 +15,11 @@ probe() {
     "$kernel/kolm_probe.exe" "$@"
 }
 
+scene=$kernel/probe/photograph.scene
+make_scene() {
+  "$host/kolm_probe_host" scene "$here/photograph.jpg" >"$scene"
+}
+
 fail() {
   echo "$*; Wine's log is $log:"
   tail -n 20 "$log"
@@ -70,8 +75,7 @@ case $test in
     ;;
 
   tracking)
-    scene=$kernel/probe/photograph.scene
-    "$host/kolm_probe_host" scene "$here/photograph.jpg" >"$scene"
+    make_scene
     # shellcheck disable=SC2094 # both sides only read the scene
     probe +debugstr tracking <"$scene" | "$host/kolm_probe_host" tracking "$scene" "$log" ||
       fail 'host library and module differ'
@@ -83,7 +87,8 @@ case $test in
     ;;
 
   shortage)
-    probe -all shortage || fail 'a round failed'
+    make_scene
+    probe -all shortage <"$scene" || fail 'a round failed'
     ;;
 
   rounds)

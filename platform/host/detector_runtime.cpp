@@ -18,4 +18,9 @@ bool BeginDetectorRuntime() {
 
 void EndDetectorRuntime() { cv::setNumThreads(previousThreads); }
 
+bool CallWithDeepStack(void (*work)(void* argument), void* argument) {
+  work(argument);
+  return true;
+}
+
 }  // namespace kolm

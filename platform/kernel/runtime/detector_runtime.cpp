@@ -28,10 +28,15 @@ void* savedData = nullptr;
 
 size_t DataBytes() { return static_cast<size_t>(KolmDetectorDataEnd - KolmDetectorDataBegin); }
 
-void RunConstructors() {
+// Stores whether all ran at *succeeded.
+void RunConstructors(void* succeeded) {
   size_t count = 0;
   while (__CTOR_LIST__[count + 1] != nullptr) ++count;
-  for (; count > 0; --count) __CTOR_LIST__[count]();
+  try {
+    for (; count > 0; --count) __CTOR_LIST__[count]();
+    *static_cast<bool*>(succeeded) = true;
+  } catch (...) {
+  }
 }
 
 }  // namespace
@@ -40,13 +45,10 @@ bool BeginDetectorRuntime() {
   savedData = KolmAllocate(DataBytes());
   if (savedData == nullptr) return false;
   KolmCopy(savedData, KolmDetectorDataBegin, DataBytes());
-  try {
-    RunConstructors();
-  } catch (...) {
-    EndDetectorRuntime();
-    return false;
-  }
-  return true;
+  bool succeeded = false;
+  CallWithDeepStack(RunConstructors, &succeeded);
+  if (!succeeded) EndDetectorRuntime();
+  return succeeded;
 }
 
 void EndDetectorRuntime() {
