@@ -8,8 +8,9 @@
 
 namespace kolm {
 
-// All values read as the same floats again. They have to be finite, and a stump's links its leaves;
-// a third rectangle without weight is left out. Throws if there is no memory.
+// All values read as the same floats again. They have to be finite, counts at least 1, and a
+// stump's links its leaves; a third rectangle without weight is left out. Throws if there is no
+// memory.
 std::string CascadeStorageText(const FaceCascade& cascade);
 
 }  // namespace kolm

@@ -1,5 +1,5 @@
-// Reads the face cascade from text. Where a record is not what it should be, it ends: all that is
-// still missing of it is 0.
+// Reads the face cascade from text. Where a record cannot be read it ends: all that is still
+// missing of it is 0.
 #include "facetrack/face_cascade.h"
 
 #include <string.h>
@@ -96,21 +96,13 @@ float ReadReal(RecordText* text) {
          static_cast<float>(static_cast<int32_t>(number.divisor));
 }
 
-// Fewest characters of a field of either kind: a digit and a space, or two letters.
-constexpr size_t kFieldCharacters = 2;
-constexpr size_t kRectangleCharacters = 6 * kFieldCharacters;
-constexpr size_t kNodeCharacters = 5 * kFieldCharacters;
-constexpr size_t kTreeCharacters = 2 * kFieldCharacters;
-
-// A count of things that take at least `charactersEach`. One that the rest of the record cannot
-// hold is none, and ends the record: blocks and loops stay within what the text is long.
-int32_t ReadCount(RecordText* text, size_t charactersEach) {
+// Each thing counted takes a character at least, as long as there is one. A count above what is
+// left is cut to that: the rest would have nothing to be read from, and so all blocks and loops of
+// a record together stay in proportion to its length.
+int32_t ReadCount(RecordText* text) {
   const int32_t count = ReadInteger(text);
-  if (count >= 0 && static_cast<size_t>(count) <= CharactersLeft(*text) / charactersEach) {
-    return count;
-  }
-  EndRecord(text);
-  return 0;
+  const size_t most = CharactersLeft(*text);
+  return count > 0 && static_cast<size_t>(count) > most ? static_cast<int32_t>(most) : count;
 }
 
 // Whether the next word begins with "tilted"; steps over it and the space behind it.
@@ -126,7 +118,7 @@ bool ReadNameIsTilted(RecordText* text) {
 
 // The feature is zero so far.
 void ReadFeature(RecordText* text, HaarFeature* feature) {
-  const int32_t count = ReadCount(text, kRectangleCharacters);
+  const int32_t count = ReadCount(text);
   for (int32_t i = 0; i < count; ++i) {
     CascadeRectangle rectangle;
     rectangle.x = ReadInteger(text);
@@ -142,10 +134,11 @@ void ReadFeature(RecordText* text, HaarFeature* feature) {
 
 // The tree stays as it is if there is no memory.
 bool ReadTree(RecordText* text, CascadeTree* tree) {
-  const int32_t nodes = ReadCount(text, kNodeCharacters);
-  const size_t count = static_cast<size_t>(nodes);
+  const int32_t nodes = ReadCount(text);
+  const size_t count = nodes < 0 ? 0 : static_cast<size_t>(nodes);
+  const size_t leafCount = nodes < 0 ? 0 : count + 1;
   constexpr size_t kBytesPerNode = sizeof(HaarFeature) + 2 * sizeof(float) + 2 * sizeof(int32_t);
-  const size_t bytes = count * kBytesPerNode + sizeof(float);
+  const size_t bytes = count * kBytesPerNode + leafCount * sizeof(float);
   void* const block = AllocateAligned(bytes);
   if (block == nullptr) return false;
   KolmZero(block, bytes);
@@ -164,22 +157,23 @@ bool ReadTree(RecordText* text, CascadeTree* tree) {
     tree->left[i] = ReadInteger(text);
     tree->right[i] = ReadInteger(text);
   }
-  for (size_t i = 0; i <= count; ++i) tree->leaves[i] = ReadReal(text);
+  for (size_t i = 0; i < leafCount; ++i) tree->leaves[i] = ReadReal(text);
   return true;
 }
 
-// The stage is zero so far. Counts only what ReleaseFaceCascade has to give back.
+// The stage is zero so far. Trees that are still without a block have nothing to be given back.
 bool ReadStage(const char* record, CascadeStage* stage) {
   RecordText text = {record, record + strlen(record)};
-  const int32_t trees = ReadCount(&text, kTreeCharacters);
+  const int32_t trees = ReadCount(&text);
   if (trees > 0) {
     const size_t bytes = static_cast<size_t>(trees) * sizeof(CascadeTree);
     stage->trees = static_cast<CascadeTree*>(AllocateAligned(bytes));
     if (stage->trees == nullptr) return false;
+    KolmZero(stage->trees, bytes);
   }
+  stage->treeCount = trees;
   for (int32_t i = 0; i < trees; ++i) {
     if (!ReadTree(&text, &stage->trees[i])) return false;
-    stage->treeCount = i + 1;
   }
   stage->threshold = ReadReal(&text);
   return true;
@@ -214,7 +208,9 @@ void ReleaseFaceCascade(FaceCascade* cascade) {
   if (cascade == nullptr) return;
   for (int32_t i = 0; i < cascade->stageCount; ++i) {
     const CascadeStage& stage = cascade->stages[i];
-    for (int32_t j = 0; j < stage.treeCount; ++j) FreeAligned(stage.trees[j].features);
+    for (int32_t j = 0; j < stage.treeCount; ++j) {
+      if (stage.trees[j].features != nullptr) FreeAligned(stage.trees[j].features);
+    }
     if (stage.trees != nullptr) FreeAligned(stage.trees);
   }
   FreeAligned(cascade);

@@ -17,18 +17,18 @@ struct HaarFeature {
   CascadeRectangle rectangles[3];
 };
 
-// A decision tree of nodeCount nodes; its arrays share one block.
+// A decision tree of nodeCount nodes, none if that is negative; its arrays share one block.
 struct CascadeTree {
   int32_t nodeCount;
   HaarFeature* features;
   float* thresholds;
   int32_t* left;  // above 0 another node's index, otherwise minus a leaf's index
   int32_t* right;
-  float* leaves;  // nodeCount + 1
+  float* leaves;  // nodeCount + 1, none if nodeCount is negative
 };
 
 struct CascadeStage {
-  int32_t treeCount;
+  int32_t treeCount;  // negative: no trees
   float threshold;
   CascadeTree* trees;
 };
@@ -42,9 +42,9 @@ struct FaceCascade {
 // Reads the built-in records, whatever the name. Returns null if there is no memory.
 FaceCascade* LoadFaceCascade(const char* name, int32_t width, int32_t height);
 
-// Reads `records`, one per stage, up to a null pointer. A record ends where it cannot be read, or
-// where it promises more than it has room for: all fields from there on are 0. Null if there is no
-// memory.
+// Reads `records`, one per stage, up to a null pointer. A record ends where it cannot be read: all
+// its values from there on are 0. Counts are as they are written, but for one above the number of
+// characters behind it, which is cut to that. Null if there is no memory.
 FaceCascade* ReadFaceCascade(const char* const* records, int32_t width, int32_t height);
 
 // Null is fine.

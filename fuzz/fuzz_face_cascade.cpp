@@ -33,6 +33,7 @@ constexpr const char* kPieces[] = {" ",
                                    " -1",
                                    " -2",
                                    " 12",
+                                   " 2147483647",
                                    " a",
                                    " tilted",
                                    " 0.5",
@@ -76,7 +77,7 @@ float Sum(const FaceCascade& cascade) {
       for (int32_t k = 0; k < tree.nodeCount; ++k) {
         sum += tree.thresholds[k] + tree.features[k].rectangles[2].weight;
       }
-      sum += tree.leaves[tree.nodeCount];
+      if (tree.nodeCount >= 0) sum += tree.leaves[tree.nodeCount];
     }
     sum += cascade.stages[i].threshold;
   }

@@ -296,7 +296,7 @@ TEST(FaceCascadeReader, NeverLooksAtTheLastCharacter) {
 }
 
 TEST(FaceCascadeReader, ReadsShortRecordsAsNothing) {
-  for (const char* record : {"", " ", "5", "  ", "    ", "-", "- ", "x", "1 ", " 1"}) {
+  for (const char* record : {"", " ", "5", "  ", "    ", "-", "- ", "x", "0 ", " 1"}) {
     SCOPED_TRACE(record);
     const Cascade cascade = Read({record, Stump("0")});
     ASSERT_NE(cascade, nullptr);
@@ -394,28 +394,107 @@ TEST(FaceCascadeReader, ReadsTreesOfSeveralNodes) {
   EXPECT_EQ(cascade->stages[0].threshold, 6.5f);
 }
 
-// More trees, nodes or rectangles than fit into the rest of the record are none at all.
-TEST(FaceCascadeReader, TakesNoImpossibleCounts) {
-  for (const char* count : {"-1", "2147483647", "-2147483648", "100"}) {
+TEST(FaceCascadeReader, ReadsTreesThatARecordHasNoRoomFor) {
+  // The one tree is read from the last character, which is no number.
+  const Cascade short12 = Read({"12"});
+  ASSERT_NE(short12, nullptr);
+  ASSERT_EQ(short12->stages[0].treeCount, 1);
+  EXPECT_EQ(short12->stages[0].trees[0].nodeCount, 0);
+  EXPECT_EQ(short12->stages[0].trees[0].leaves[0], 0.0f);
+  EXPECT_EQ(short12->stages[0].threshold, 0.0f);
+
+  const Cascade fifty = Read({" 50" + Stump("0").substr(2)});
+  ASSERT_NE(fifty, nullptr);
+  ASSERT_EQ(fifty->stages[0].treeCount, 50);
+  const CascadeTree& tree = fifty->stages[0].trees[0];
+  ASSERT_EQ(tree.nodeCount, 1);
+  ExpectRectangle(tree.features[0].rectangles[0], {6, 4, 12, 9, -1.0f});
+  ExpectRectangle(tree.features[0].rectangles[1], {6, 7, 12, 3, 3.0f});
+  EXPECT_EQ(tree.thresholds[0], 0.5f);
+  EXPECT_EQ(tree.left[0], 0);
+  EXPECT_EQ(tree.right[0], -1);
+  EXPECT_EQ(tree.leaves[0], 2.5f);
+  EXPECT_EQ(tree.leaves[1], -3.5f);
+  for (int i = 1; i < 50; ++i) {
+    EXPECT_EQ(fifty->stages[0].trees[i].nodeCount, 0);
+    EXPECT_EQ(fifty->stages[0].trees[i].leaves[0], 0.0f);
+  }
+  EXPECT_EQ(fifty->stages[0].threshold, 0.0f);
+}
+
+TEST(FaceCascadeReader, ReadsAFeatureUpToTheRecordsEnd) {
+  const Cascade cascade = Read({" 1 1 2 6 4 12 9 0 -1 6 7 12 3", " 1 1 0 tilted"});
+  ASSERT_NE(cascade, nullptr);
+  for (int i = 0; i < 2; ++i) {
+    const CascadeStage& stage = cascade->stages[i];
+    ASSERT_EQ(stage.treeCount, 1);
+    ASSERT_EQ(stage.trees[0].nodeCount, 1);
+    EXPECT_EQ(stage.trees[0].features[0].tilted, i);
+    EXPECT_EQ(stage.trees[0].thresholds[0], 0.0f);
+    EXPECT_EQ(stage.trees[0].leaves[1], 0.0f);
+    EXPECT_EQ(stage.threshold, 0.0f);
+  }
+  const HaarFeature& feature = cascade->stages[0].trees[0].features[0];
+  ExpectRectangle(feature.rectangles[0], {6, 4, 12, 9, -1.0f});
+  ExpectRectangle(feature.rectangles[1], {6, 7, 12, 0, 0.0f});
+  ExpectRectangle(feature.rectangles[2], {});
+  ExpectRectangle(cascade->stages[1].trees[0].features[0].rectangles[0], {});
+}
+
+TEST(FaceCascadeReader, ReadsNothingForANegativeCount) {
+  for (const int32_t count : {-1, -2, -1000, INT32_MIN}) {
     SCOPED_TRACE(count);
-    const std::string number = count;
-    const Cascade trees = Read({" " + number + " 1 1 2 3 4 5 6 7 8"});
-    ASSERT_NE(trees, nullptr);
-    EXPECT_EQ(trees->stages[0].treeCount, 0);
-    EXPECT_EQ(trees->stages[0].threshold, 0.0f);
+    const std::string number = std::to_string(count);
+    const Cascade cascade = Read({" " + number + "  -4.55", " 1 " + number + "  -4.55",
+                                  Stump("5", "0.5", number + " tilted")});
+    ASSERT_NE(cascade, nullptr);
+    EXPECT_EQ(cascade->stages[0].treeCount, count);
+    EXPECT_EQ(cascade->stages[0].threshold, -4.5f);
 
-    const Cascade nodes = Read({" 2 " + number + " 1 1 2 3 4 5 6 7 8"});
-    ASSERT_NE(nodes, nullptr);
-    ASSERT_EQ(nodes->stages[0].treeCount, 2);
-    EXPECT_EQ(nodes->stages[0].trees[0].nodeCount, 0);
-    EXPECT_EQ(nodes->stages[0].trees[0].leaves[0], 0.0f);
+    ASSERT_EQ(cascade->stages[1].treeCount, 1);
+    EXPECT_EQ(cascade->stages[1].trees[0].nodeCount, count);
+    EXPECT_EQ(cascade->stages[1].threshold, -4.5f);
 
-    const Cascade rectangles = Read({Stump("5", "0.5", number + " 1 2 3 4 5 6 tilted")});
-    ASSERT_NE(rectangles, nullptr);
-    ASSERT_EQ(rectangles->stages[0].trees[0].nodeCount, 1);
-    ExpectRectangle(rectangles->stages[0].trees[0].features[0].rectangles[0], {});
-    EXPECT_EQ(rectangles->stages[0].trees[0].features[0].tilted, 0);
-    ExpectNothingBehindLeft(*rectangles);
+    ASSERT_EQ(cascade->stages[2].treeCount, 1);
+    const CascadeTree& tree = cascade->stages[2].trees[0];
+    ExpectRectangle(tree.features[0].rectangles[0], {});
+    EXPECT_EQ(tree.features[0].tilted, 1);
+    EXPECT_EQ(tree.thresholds[0], 0.5f);
+    EXPECT_EQ(tree.left[0], 5);
+    EXPECT_EQ(tree.leaves[1], -3.5f);
+    EXPECT_EQ(cascade->stages[2].threshold, -4.5f);
+  }
+}
+
+// 17 characters stand behind the count.
+TEST(FaceCascadeReader, CutsCountsToTheCharactersLeft) {
+  for (const auto& [written, count] : {std::pair("16", 16), std::pair("17", 17),
+                                       std::pair("18", 17), std::pair("2147483647", 17)}) {
+    SCOPED_TRACE(written);
+    const std::string number = written;
+    const Cascade cascade =
+        Read({" " + number + " 1 1 2 3 4 5 6 7 8", " 1 " + number + " 1 1 2 3 4 5 6 7 8",
+              " 1 1 " + number + " 1 1 2 3 4 5 6 7 8"});
+    ASSERT_NE(cascade, nullptr);
+    const CascadeStage& trees = cascade->stages[0];
+    ASSERT_EQ(trees.treeCount, count);
+    ASSERT_EQ(trees.trees[0].nodeCount, 1);
+    ExpectRectangle(trees.trees[0].features[0].rectangles[0], {2, 3, 4, 5, 7.0f});
+    EXPECT_EQ(trees.trees[count - 1].nodeCount, 0);
+    EXPECT_EQ(trees.threshold, 0.0f);
+
+    ASSERT_EQ(cascade->stages[1].treeCount, 1);
+    const CascadeTree& nodes = cascade->stages[1].trees[0];
+    ASSERT_EQ(nodes.nodeCount, count);
+    ExpectRectangle(nodes.features[0].rectangles[0], {1, 2, 3, 4, 6.0f});
+    EXPECT_EQ(nodes.thresholds[0], 0.0f);
+    ExpectRectangle(nodes.features[count - 1].rectangles[0], {});
+    EXPECT_EQ(nodes.leaves[count], 0.0f);
+
+    const HaarFeature& feature = cascade->stages[2].trees[0].features[0];
+    ExpectRectangle(feature.rectangles[0], {1, 1, 2, 3, 5.0f});
+    ExpectRectangle(feature.rectangles[1], {6, 7, 0, 0, 0.0f});
+    ExpectRectangle(feature.rectangles[2], {});
   }
 }
 
@@ -492,15 +571,21 @@ std::string RandomReal(Random& random) {
   return text;
 }
 
+// Mostly what follows, and now and then anything.
+std::string RandomCount(Random& random, uint32_t count) {
+  if (!random.OneIn(40)) return std::to_string(count);
+  return std::to_string(random.Pick<int64_t>({-1, -2, -70000, 50, 1000, 2147483647}));
+}
+
 std::string RandomRecord(Random& random) {
   const uint32_t trees = random.Between(0, 4);
-  std::string text = " " + std::to_string(trees);
+  std::string text = " " + RandomCount(random, trees);
   for (uint32_t i = 0; i < trees; ++i) {
     const uint32_t nodes = random.Between(0, 3);
-    text += " " + std::to_string(nodes);
+    text += " " + RandomCount(random, nodes);
     for (uint32_t j = 0; j < nodes; ++j) {
       const uint32_t rectangles = random.OneIn(8) ? random.Between(0, 9) : random.Between(2, 3);
-      text += " " + std::to_string(rectangles);
+      text += " " + RandomCount(random, rectangles);
       for (uint32_t k = 0; k < rectangles; ++k) {
         for (int field = 0; field < 5; ++field) text += " " + RandomInteger(random);
         text += " " + RandomReal(random);
@@ -580,15 +665,19 @@ TEST(FaceCascadeReader, ReadsRandomRecordsAsTheReferenceDoes) {
 
 // What is read of a record, and taken from the pool, stays in proportion to its length.
 TEST(FaceCascadeReader, TakesLongRecordsInItsStride) {
-  for (const std::string unit : {" 9", " 99999", " ", "9", "-", " 1 1 1", "a", " 2 2 2.", " 0 0"}) {
-    SCOPED_TRACE(unit);
-    std::string record = " 250000 ";
-    while (record.size() < 1000000) record += unit;
-    const uint64_t before = host::PoolAllocations();
-    const Cascade cascade = Read({record});
-    ASSERT_NE(cascade, nullptr);
-    EXPECT_LE(cascade->stages[0].treeCount, 250000);
-    EXPECT_LE(host::PoolAllocations() - before, 2 + record.size() / 4);
+  for (const std::string unit : {" 9", " 99999", " ", "9", "-", " 1 1 1", "a", " 2 2 2.", " 0 0",
+                                 " 1 5000", " -1", " 2147483647"}) {
+    for (const char* count : {" 2500 ", " 2147483647 ", " 1 1 2147483647"}) {
+      SCOPED_TRACE(count + unit);
+      std::string record = count;
+      while (record.size() < 5000) record += unit;
+      const Cascade cascade = Read({record});
+      ASSERT_NE(cascade, nullptr);
+      EXPECT_LE(static_cast<size_t>(cascade->stages[0].treeCount), record.size());
+      uint64_t bytes = 0;
+      for (const host::PoolBlock& block : host::PoolBlocks()) bytes += block.bytes;
+      EXPECT_LE(bytes, record.size() * 200);
+    }
   }
 }
 

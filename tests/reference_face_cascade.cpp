@@ -1,118 +1,115 @@
-// One character string after the other is cut off the front of the record.
+// A walk over the record, character by character, with nothing planned ahead.
 #include "tests/reference_face_cascade.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string_view>
-#include <utility>
 
 namespace kolm {
 namespace {
 
-constexpr std::string_view kDigits = "0123456789";
-
-// What a number consists of: digits before and behind the point.
-struct Token {
-  std::string whole, fraction;
-  bool isNegative = false;
-};
-
-class Record {
+class Walk {
  public:
-  explicit Record(const std::string& text) : rest_(text) {}
+  explicit Walk(std::string_view record) : rest_(record) {}
 
   int32_t Integer() {
-    const Token token = Take(false);
-    const uint32_t value = Accumulate(token.whole);
-    return static_cast<int32_t>(token.isNegative ? -value : value);
+    Number number;
+    return Step(number, false)
+               ? static_cast<int32_t>(number.negative ? -number.value : number.value)
+               : 0;
   }
 
   float Real() {
-    const Token token = Take(true);
-    uint32_t divisor = token.isNegative ? UINT32_MAX : 1;
-    for (size_t i = 0; i < token.fraction.size(); ++i) divisor *= 10;
-    const auto dividend = static_cast<int32_t>(Accumulate(token.whole + token.fraction));
-    return static_cast<float>(dividend) / static_cast<float>(static_cast<int32_t>(divisor));
+    Number number;
+    if (!Step(number, true)) return 0.0f;
+    auto divisor = static_cast<int32_t>(number.negative ? -1 : 1);
+    for (size_t i = 0; i < number.decimals; ++i) {
+      divisor = static_cast<int32_t>(static_cast<uint32_t>(divisor) * 10);
+    }
+    return static_cast<float>(static_cast<int32_t>(number.value)) / static_cast<float>(divisor);
   }
 
-  // At least `least` characters are needed for each.
-  int32_t Count(size_t least) {
-    const int32_t count = Integer();
-    if (count >= 0 && static_cast<uint64_t>(count) * least <= rest_.size()) return count;
-    rest_.clear();
-    return 0;
+  // How often something is read: not more often than there are characters.
+  int32_t Count() {
+    const int64_t count = Integer();
+    return static_cast<int32_t>(std::min(count, static_cast<int64_t>(rest_.size())));
   }
 
-  std::string Word() {
-    rest_.erase(0, std::min(rest_.find_first_not_of(' '), rest_.size()));
-    std::string word = rest_.substr(0, rest_.find(' '));
-    rest_.erase(0, word.size() + 1);
-    return word;
+  bool NameIsTilted() {
+    while (rest_.starts_with(' ')) rest_.remove_prefix(1);
+    const bool isTilted = !failed_ && rest_.starts_with("tilted");
+    while (!rest_.empty() && !rest_.starts_with(' ')) rest_.remove_prefix(1);
+    if (!rest_.empty()) rest_.remove_prefix(1);
+    return isTilted;
   }
 
  private:
-  static uint32_t Accumulate(const std::string& digits) {
+  struct Number {
     uint32_t value = 0;
-    for (const char digit : digits) value = value * 10 + static_cast<uint32_t>(digit - '0');
-    return value;
-  }
+    size_t digits = 0, decimals = 0;
+    bool negative = false, hasPoint = false;
+  };
 
-  // The last character takes part only in being there.
-  Token Take(bool isReal) {
-    Token token;
-    const size_t last = rest_.size() - std::min<size_t>(rest_.size(), 1);
-    bool afterPoint = false;
-    for (size_t i = 0; i < last; ++i) {
-      const char character = rest_[i];
-      std::string& digits = afterPoint ? token.fraction : token.whole;
-      if (kDigits.find(character) != std::string_view::npos) {
-        digits += character;
-      } else if (character == '-' && !afterPoint) {
-        token.isNegative = true;
-      } else if (character == '.' && isReal && !afterPoint) {
-        afterPoint = true;
-      } else if (character != ' ') {
-        rest_.clear();
-        return {};
-      } else if (!digits.empty()) {
-        rest_.erase(0, i + 1);
-        return token;
+  // False if there is no number.
+  bool Step(Number& number, bool isReal) {
+    if (failed_ || rest_.empty()) return false;
+    if (rest_.size() == 1) {
+      rest_ = {};
+      return false;
+    }
+    const std::string_view all = rest_;
+    while (rest_.size() > 1) {  // the last one is out of sight
+      const char character = rest_.front();
+      rest_.remove_prefix(1);
+      if (character >= '0' && character <= '9') {
+        number.value = number.value * 10 + static_cast<uint32_t>(character - '0');
+        ++(number.hasPoint ? number.decimals : number.digits);
+      } else if (character == ' ') {
+        if ((number.hasPoint ? number.decimals : number.digits) > 0) break;
+      } else if (character == '-' && !number.hasPoint) {
+        number.negative = true;
+      } else if (character == '.' && isReal && !number.hasPoint) {
+        number.hasPoint = true;
+      } else {
+        rest_ = all;
+        failed_ = true;
+        return false;
       }
     }
-    rest_.erase(0, std::max<size_t>(last, 1));
-    return token;
+    return true;
   }
 
-  std::string rest_;
+  std::string_view rest_;
+  bool failed_ = false;  // and so would all that follows
 };
 
-HaarFeature ReadFeature(Record& record) {
-  std::vector<CascadeRectangle> rectangles(static_cast<size_t>(record.Count(12)));
-  for (CascadeRectangle& rectangle : rectangles) {
-    rectangle.x = record.Integer();
-    rectangle.y = record.Integer();
-    rectangle.width = record.Integer();
-    rectangle.height = record.Integer();
-    record.Integer();
-    rectangle.weight = record.Real();
-  }
-  rectangles.resize(3);
+HaarFeature ReadFeature(Walk& walk) {
   HaarFeature feature = {};
-  std::copy(rectangles.begin(), rectangles.end(), feature.rectangles);
-  feature.tilted = record.Word().starts_with("tilted") ? 1 : 0;
+  const int32_t count = walk.Count();
+  for (int32_t i = 0; i < count; ++i) {
+    CascadeRectangle beyond;
+    CascadeRectangle& rectangle = i < 3 ? feature.rectangles[i] : beyond;
+    rectangle.x = walk.Integer();
+    rectangle.y = walk.Integer();
+    rectangle.width = walk.Integer();
+    rectangle.height = walk.Integer();
+    walk.Integer();
+    rectangle.weight = walk.Real();
+  }
+  feature.tilted = walk.NameIsTilted() ? 1 : 0;
   return feature;
 }
 
-ReferenceTree ReadTree(Record& record) {
+ReferenceTree ReadTree(Walk& walk) {
   ReferenceTree tree;
-  const int32_t nodes = record.Count(10);
-  for (int32_t i = 0; i < nodes; ++i) {
-    tree.features.push_back(ReadFeature(record));
-    tree.thresholds.push_back(record.Real());
-    tree.left.push_back(record.Integer());
-    tree.right.push_back(record.Integer());
+  tree.nodeCount = walk.Count();
+  for (int32_t i = 0; i < tree.nodeCount; ++i) {
+    tree.features.push_back(ReadFeature(walk));
+    tree.thresholds.push_back(walk.Real());
+    tree.left.push_back(walk.Integer());
+    tree.right.push_back(walk.Integer());
   }
-  for (int32_t i = 0; i <= nodes; ++i) tree.leaves.push_back(record.Real());
+  for (int32_t i = 0; i <= tree.nodeCount; ++i) tree.leaves.push_back(walk.Real());
   return tree;
 }
 
@@ -134,7 +131,7 @@ bool AlikeFeatures(const HaarFeature& a, const HaarFeature& b) {
 }
 
 std::string CompareTrees(const ReferenceTree& expected, const CascadeTree& actual) {
-  if (std::cmp_not_equal(actual.nodeCount, expected.features.size())) return "nodeCount";
+  if (actual.nodeCount != expected.nodeCount) return "nodeCount";
   if (!std::equal(expected.features.begin(), expected.features.end(), actual.features,
                   AlikeFeatures)) {
     return "features";
@@ -149,22 +146,22 @@ std::string CompareTrees(const ReferenceTree& expected, const CascadeTree& actua
 
 ReferenceCascade ReferenceReadFaceCascade(const std::vector<std::string>& records) {
   ReferenceCascade cascade;
-  for (const std::string& text : records) {
-    Record record(text);
+  for (const std::string& record : records) {
+    Walk walk(record);
     ReferenceStage stage;
-    const int32_t trees = record.Count(4);
-    for (int32_t i = 0; i < trees; ++i) stage.trees.push_back(ReadTree(record));
-    stage.threshold = record.Real();
+    stage.treeCount = walk.Count();
+    for (int32_t i = 0; i < stage.treeCount; ++i) stage.trees.push_back(ReadTree(walk));
+    stage.threshold = walk.Real();
     cascade.push_back(stage);
   }
   return cascade;
 }
 
 std::string CompareCascades(const ReferenceCascade& expected, const FaceCascade& actual) {
-  if (std::cmp_not_equal(actual.stageCount, expected.size())) return "stageCount";
+  if (static_cast<size_t>(actual.stageCount) != expected.size()) return "stageCount";
   for (size_t i = 0; i < expected.size(); ++i) {
     const std::string stage = "stage " + std::to_string(i) + ": ";
-    if (std::cmp_not_equal(actual.stages[i].treeCount, expected[i].trees.size())) {
+    if (actual.stages[i].treeCount != expected[i].treeCount) {
       return stage + "treeCount";
     }
     for (size_t j = 0; j < expected[i].trees.size(); ++j) {

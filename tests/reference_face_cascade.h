@@ -10,6 +10,7 @@
 namespace kolm {
 
 struct ReferenceTree {
+  int32_t nodeCount;
   std::vector<HaarFeature> features;
   std::vector<float> thresholds;
   std::vector<int32_t> left, right;
@@ -17,6 +18,7 @@ struct ReferenceTree {
 };
 
 struct ReferenceStage {
+  int32_t treeCount;
   std::vector<ReferenceTree> trees;
   float threshold;
 };
