@@ -667,10 +667,10 @@ TEST(FaceCascadeReader, ReadsRandomRecordsAsTheReferenceDoes) {
 TEST(FaceCascadeReader, TakesLongRecordsInItsStride) {
   for (const std::string unit : {" 9", " 99999", " ", "9", "-", " 1 1 1", "a", " 2 2 2.", " 0 0",
                                  " 1 5000", " -1", " 2147483647"}) {
-    for (const char* count : {" 2500 ", " 2147483647 ", " 1 1 2147483647"}) {
+    for (const char* count : {" 500 ", " 2147483647 ", " 1 1 2147483647"}) {
       SCOPED_TRACE(count + unit);
       std::string record = count;
-      while (record.size() < 5000) record += unit;
+      while (record.size() < 1000) record += unit;
       const Cascade cascade = Read({record});
       ASSERT_NE(cascade, nullptr);
       EXPECT_LE(static_cast<size_t>(cascade->stages[0].treeCount), record.size());
