@@ -396,8 +396,9 @@ void CropScaleYUV16(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uin
 void CropScaleYUV16Inside(const uint8_t* src, int32_t srcWidth, int32_t srcHeight, uint8_t* dst,
                           int32_t dstWidth, int32_t dstHeight, int32_t cropX, int32_t cropY,
                           int32_t cropWidth, int32_t cropHeight) {
+  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
   const ptrdiff_t frameBytes = ptrdiff_t{srcWidth} * srcHeight * 2;
-  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0 || frameBytes < 4) return;
+  if (frameBytes < 4) return;
   const Sampling s = MakeSampling(src, srcWidth, dst, PairRowBytes(dstWidth), dstWidth, dstHeight,
                                   cropX, cropY, cropWidth, cropHeight);
   Range rows = GroupsInside(s.y, s.stepY, 1, s.rows, srcHeight);

@@ -221,6 +221,21 @@ TEST(ScaledPlane, UniformPlaneStaysUniform) {
   }
 }
 
+TEST(CropScale, ASourceWithoutSizeWritesNothing) {
+  const Bytes source = Noise(4);
+  for (const auto& [width, height] :
+       {std::pair(0, 1), std::pair(1, 0), std::pair(-1, -1), std::pair(-2, 1), std::pair(2, -1),
+        std::pair(INT32_MIN, INT32_MIN), std::pair(INT32_MIN, 480), std::pair(640, INT32_MIN),
+        std::pair(INT32_MIN, INT32_MAX), std::pair(1, 1)}) {
+    SCOPED_TRACE(testing::Message() << width << " x " << height);
+    EXPECT_EQ(CompareGuarded(source, Bytes(),
+                             [w = width, h = height](const uint8_t* frame, uint8_t* destination) {
+                               CropScaleYUV16Inside(frame, w, h, destination, 2, 2, 0, 0, w, h);
+                             }),
+              "");
+  }
+}
+
 TEST(ScaledPlane, EmptyDestinationIsLeftAlone) {
   const Bytes source = Noise(8 * 4);
   for (const auto& [width, height] :
