@@ -17,9 +17,10 @@ struct FaceRectangle {
   int32_t x, y, width, height;
 };
 
-// Null for a cascade whose features or links lead outside, with numbers that are not finite,
-// without trees, or with a window below 3 or above 400 pixels. The cascade is not needed
-// afterwards.
+// Null for a cascade whose features lead out of the window, whose links lead out of their tree or
+// to a node that does not stand behind their own, with numbers that are not finite, with a stage
+// without trees or a tree without nodes, or with a window below 3 or above 400 pixels. The cascade
+// is not needed afterwards.
 FaceDetector* CreateFaceDetector(const FaceCascade& cascade);
 
 // Sets *detector to null, then frees it; null is fine.
@@ -30,8 +31,8 @@ void* CreateFaceStorage();
 void ClearFaceStorage(void* storage);
 void ReleaseFaceStorage(void** storage);
 
-// An image of 3 bytes a pixel, its region of interest the whole; not cleared. Null for a size of 0
-// or of 2 GB and more.
+// An image of 3 bytes a pixel, its region of interest the whole; not cleared. Null for a size of 0,
+// or if `height` rows of width * 3 + 3 bytes are more than 2147483647 bytes.
 void* CreateDetectionImage(uint32_t width, uint32_t height);
 void ReleaseDetectionImage(void** image);
 

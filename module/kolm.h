@@ -85,7 +85,8 @@ typedef struct FaceTracker {
   int32_t detectWidth;  /* of the reduced picture in which faces are looked for; as given to Init */
   int32_t detectHeight; /* as given to Init */
   uint32_t scaleFactorMilli; /* step between the sizes of faces looked for, in thousandths: 1100 is
-                                10 percent; 1000 and less find no face */
+                                10 percent; 1000 and less find no face, nor does what is so little
+                                more that the detector's tables would get too large */
   uint32_t missCount; /* frames without a face since the crop settled; counts for resetWhenLost */
   uint32_t stepIndex; /* steps taken of the current move; stepCount - 1 and more is settled */
   int32_t stepCount;  /* frames over which the crop moves to a new target; 1 or more */
@@ -196,7 +197,8 @@ KOLM_API int32_t Kolm_BG_LoadFromFile(const KolmPathCharacter* path, uint8_t* re
  * is missing. Memory is taken from non-paged pool: width * height * 3 bytes and up to 64 KB for the
  * results, for each tracker, and about 2 MB for the detector and its work buffers with pictures of
  * 160 x 120, more with larger ones. Where there is none, the handle is null, and so is image for a
- * size of 0 or of 2 GB and more; the tracker counts all the same, and needs its Uninit. */
+ * size of 0, or if height rows of width * 3 + 3 bytes are more than 2147483647 bytes; the tracker
+ * counts all the same, and needs its Uninit. */
 KOLM_API int32_t Kolm_FT_InitFaceTracking(uint32_t width, uint32_t height, void** storage,
                                           void** image);
 
@@ -206,20 +208,21 @@ KOLM_API int32_t Kolm_FT_InitFaceTracking(uint32_t width, uint32_t height, void*
  * Nothing is written, in the frame or the record, if tracker->detectionImage is null or there is no
  * detector. No face is found if faceStorage is null, if there is no memory, if detectWidth or
  * detectHeight is 0 or below or their picture, 2 bytes a pixel and rows of an even width, is larger
- * than the image that Init made (width * height * 3 bytes). A smaller one is looked at together
- * with what earlier frames left in the image.
+ * than the image that Init made (height rows of width * 3 bytes, each padded to a multiple of 4). A
+ * smaller one is looked at together with what earlier frames left in the image.
  *
  * No byte outside srcFrame is read: where the crop leaves the frame, by one pixel in ordinary use,
  * the nearest pixels are shown (docs/scaling.md). Any numbers in the record are safe as long as
  * the two frames are as large as it says: results wrap at 32 bits, a division by 0 gives 0 (a
  * stepCount of 0 never gets anywhere). A frameWidth or frameHeight of 0, or of 2147483648 and more,
  * writes no frame. An odd frameWidth makes rows of frameWidth + 1 pixels wherever the frame is
- * scaled, for which dstFrame needs room. */
+ * scaled, for which dstFrame needs room; a frame below 4 bytes is copied, but never scaled. */
 KOLM_API int32_t Kolm_FT_DoFaceTracking(uint32_t logValue, FaceTracker* tracker);
 
 /* Releases what Init stored at *storage and *image (null is fine) and sets both to null. With the
- * last tracker, when there have been as many of these calls as Inits, the detector and all other
- * memory of the family is given back; the next Init starts anew. Returns 0. */
+ * last tracker, when there have been as many of these calls as Inits, the detector is released, and
+ * all other memory of the family is given back unless a storage or an image that Init made is still
+ * held: then with the last of these. The next Init starts anew. Returns 0. */
 KOLM_API int32_t Kolm_FT_UninitFaceTracking(void** storage, void** image);
 
 #ifdef __cplusplus
