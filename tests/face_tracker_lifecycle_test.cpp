@@ -1,6 +1,7 @@
 // Trackers from Init to Uninit, with the real detector: what they share, what they leave, and what
 // their frames look like beside the reference.
 #include <gtest/gtest.h>
+#include <opencv2/core/core_c.h>
 
 #include <algorithm>
 #include <climits>
@@ -9,6 +10,7 @@
 #include <opencv2/core/utility.hpp>
 
 #include "facetrack/face_detector.h"
+#include "facetrack/track_face.h"
 #include "module/kolm.h"
 #include "platform/host/host_kernel.h"
 #include "tests/drawn_face.h"
@@ -105,6 +107,64 @@ TEST_F(FaceTrackerLifecycle, InitMakesAStorageAndAnEmptyImage) {
   tracker.Uninit();
   EXPECT_EQ(lines, std::vector<std::string>(
                        {"Kolm: Kolm_FT_InitFaceTracking\n", "Kolm: Kolm_FT_UninitFaceTracking\n"}));
+}
+
+TEST_F(FaceTrackerLifecycle, InitMakesOpenCVsStructures) {
+  for (const auto& [width, height] : {std::pair(160, 120), std::pair(161, 3)}) {
+    Tracker tracker(320, 240, width, height);
+    tracker.Init();
+    ASSERT_TRUE(tracker.HasBoth());
+    EXPECT_EQ(static_cast<CvMemStorage*>(tracker.record.faceStorage)->block_size, 65408);
+    const auto* image = static_cast<IplImage*>(tracker.record.detectionImage);
+    EXPECT_EQ(image->depth, 8);
+    EXPECT_EQ(image->nChannels, 3);
+    EXPECT_EQ(image->width, width);
+    EXPECT_EQ(image->height, height);
+    ASSERT_NE(image->roi, nullptr);
+    EXPECT_EQ(image->roi->coi, 0);
+    EXPECT_EQ(image->roi->xOffset, 0);
+    EXPECT_EQ(image->roi->yOffset, 0);
+    EXPECT_EQ(image->roi->width, width);
+    EXPECT_EQ(image->roi->height, height);
+    tracker.Uninit();
+  }
+}
+
+TEST_F(FaceTrackerLifecycle, EachFrameClearsTheStorageFirst) {
+  Tracker tracker;
+  tracker.Init();
+  auto* const storage = static_cast<CvMemStorage*>(tracker.record.faceStorage);
+  const auto bytesTaken = [storage] {
+    return storage->top == storage->bottom && storage->bottom != nullptr
+               ? storage->block_size - static_cast<int>(sizeof(CvMemBlock)) - storage->free_space
+               : INT_MAX;
+  };
+  EXPECT_TRUE(tracker.Do());
+  const int ofAFrame = bytesTaken();
+  EXPECT_GT(ofAFrame, 0);
+  // The second block is one that the next frame has no use for.
+  const auto fill = [storage] {
+    cvMemStorageAlloc(storage, 40000);
+    cvMemStorageAlloc(storage, 40000);
+  };
+  fill();
+  EXPECT_EQ(bytesTaken(), INT_MAX);
+  EXPECT_TRUE(tracker.Do());
+  EXPECT_EQ(bytesTaken(), ofAFrame);
+  fill();
+  tracker.record.scaleFactorMilli = 1000;  // nothing is looked for
+  EXPECT_TRUE(tracker.Do());
+  EXPECT_EQ(bytesTaken(), 0);
+  fill();
+  TrackFace(&tracker.record, nullptr);
+  EXPECT_EQ(bytesTaken(), 0);
+  fill();
+  void* image = nullptr;
+  std::swap(image, tracker.record.detectionImage);
+  EXPECT_FALSE(tracker.Do());
+  EXPECT_EQ(bytesTaken(), 0);
+  std::swap(image, tracker.record.detectionImage);
+  tracker.Uninit();
 }
 
 TEST_F(FaceTrackerLifecycle, TheFirstTrackerBuildsTheDetectorAndTheLastOneReleasesIt) {
@@ -280,23 +340,29 @@ TEST_F(FaceTrackerLifecycle, AThousandRoundsLeaveNothing) {
   }
 }
 
-// What the detector finds on the tracker's next frame.
-std::vector<FaceRectangle> FacesOn(const Tracker& tracker, FaceDetector* detector) {
-  const FaceTracker& r = tracker.record;
+// What the detector finds on an image of this content.
+std::vector<FaceRectangle> FacesIn(const Bytes& content, uint32_t width, uint32_t height,
+                                   FaceDetector* detector, uint32_t scaleFactorMilli) {
   void* storage = CreateFaceStorage();
-  void* image = CreateDetectionImage(static_cast<uint32_t>(r.detectWidth),
-                                     static_cast<uint32_t>(r.detectHeight));
-  const Bytes picture = reference::CropScaleYuv16Inside(
-      tracker.source, static_cast<int32_t>(r.frameWidth), static_cast<int32_t>(r.frameHeight),
-      r.detectWidth, r.detectHeight,
-      {0, 0, static_cast<int32_t>(r.frameWidth), static_cast<int32_t>(r.frameHeight)});
-  std::copy(picture.begin(), picture.end(), DetectionImageData(image));
-  const FaceSequence* found = DetectFaces(image, detector, storage, r.scaleFactorMilli);
+  void* image = CreateDetectionImage(width, height);
+  std::copy(content.begin(), content.end(), DetectionImageData(image));
+  const FaceSequence* found = DetectFaces(image, detector, storage, scaleFactorMilli);
   std::vector<FaceRectangle> faces;
   for (int32_t i = 0; i < CountFaces(found); ++i) faces.push_back(GetFace(found, i));
   ReleaseDetectionImage(&image);
   ReleaseFaceStorage(&storage);
   return faces;
+}
+
+// What it finds on the tracker's next frame.
+std::vector<FaceRectangle> FacesOn(const Tracker& tracker, FaceDetector* detector) {
+  const FaceTracker& r = tracker.record;
+  const Bytes picture = reference::CropScaleYuv16Inside(
+      tracker.source, static_cast<int32_t>(r.frameWidth), static_cast<int32_t>(r.frameHeight),
+      r.detectWidth, r.detectHeight,
+      {0, 0, static_cast<int32_t>(r.frameWidth), static_cast<int32_t>(r.frameHeight)});
+  return FacesIn(picture, static_cast<uint32_t>(r.detectWidth),
+                 static_cast<uint32_t>(r.detectHeight), detector, r.scaleFactorMilli);
 }
 
 // A face that enters, walks, stands, is joined by another, and leaves.
@@ -312,11 +378,50 @@ void DrawScene(Tracker* tracker, int frame) {
   }
 }
 
-TEST_F(FaceTrackerLifecycle, FramesEqualTheReferencesWithTheFacesThatTheDetectorFinds) {
+FaceDetector* BuildDetector() {
   FaceCascade* cascade = LoadFaceCascade("", 24, 24);
-  ASSERT_NE(cascade, nullptr);
   FaceDetector* detector = CreateFaceDetector(*cascade);
   ReleaseFaceCascade(cascade);
+  return detector;
+}
+
+// The picture of 80 x 60 pixels takes the first 9600 of the image's 57600 bytes. The detector looks
+// at all of its 160 x 120 pixels, of which that is the first 30 rows: below it still sees the face.
+TEST_F(FaceTrackerLifecycle, ARecordSmallerThanItsImageIsSeenWithWhatWasThere) {
+  FaceDetector* detector = BuildDetector();
+  ASSERT_NE(detector, nullptr);
+  Tracker tracker;
+  DrawFace(&tracker.source, 320, 240, 160, 150, 50);
+  tracker.Init();
+  EXPECT_TRUE(tracker.Do());
+  const uint8_t* data = DetectionImageData(tracker.record.detectionImage);
+  Bytes content(data, data + 57600);
+  tracker.source = GreyFrame(320, 240);
+  std::generate_n(tracker.source.begin(), tracker.source.size(),
+                  [n = 0u]() mutable { return static_cast<uint8_t>(100 + ++n % 7); });
+  tracker.record.detectWidth = 80;
+  tracker.record.detectHeight = 60;
+  const Bytes picture =
+      reference::CropScaleYuv16Inside(tracker.source, 320, 240, 80, 60, {0, 0, 320, 240});
+  ASSERT_EQ(picture.size(), 9600u);
+  std::copy(picture.begin(), picture.end(), content.begin());
+  const std::vector<FaceRectangle> faces = FacesIn(content, 160, 120, detector, 1100);
+  ASSERT_EQ(faces.size(), 1u);
+  EXPECT_GE(faces[0].y, 30);
+  tracker.record.srcFrame = tracker.source.data();
+  tracker.record.dstFrame = tracker.output.data();
+  const reference::TrackedFrame expected =
+      reference::TrackFace(tracker.record, tracker.source, faces);
+  EXPECT_TRUE(tracker.Do());
+  EXPECT_TRUE(std::equal(content.begin(), content.end(), data));
+  EXPECT_EQ(Describe(tracker.record), Describe(expected.tracker));
+  EXPECT_TRUE(tracker.output == expected.picture);
+  tracker.Uninit();
+  ReleaseFaceDetector(&detector);
+}
+
+TEST_F(FaceTrackerLifecycle, FramesEqualTheReferencesWithTheFacesThatTheDetectorFinds) {
+  FaceDetector* detector = BuildDetector();
   ASSERT_NE(detector, nullptr);
   // The last one's rows are skewed for the detector.
   for (const auto& [detectWidth, detectHeight] :

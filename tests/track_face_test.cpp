@@ -153,7 +153,45 @@ TEST_F(TrackFaceTest, AFaceInsideABoxCutsItsWidth) {
   EXPECT_EQ(Box({{40, 40, 60, 40}, {60, 50, 10, 10}}), Rectangle({80, 80, 200, 240}));
 }
 
+TEST_F(TrackFaceTest, AFaceThatEndsWhereTheBoxDoesCutsItsWidth) {
+  const FaceRectangle first = {40, 40, 60, 40};
+  EXPECT_EQ(Box({first}), Rectangle({80, 80, 400, 320}));
+  EXPECT_EQ(Box({first, {70, 40, 30, 40}}), Rectangle({80, 80, 280, 320}));
+  EXPECT_EQ(Box({first, {71, 40, 30, 40}}), Rectangle({80, 80, 404, 320}));
+}
+
+TEST_F(TrackFaceTest, TheScaleInThousandthsIsRoundedFirst) {
+  // (15, 11, 75, 55) at 4266 and 4363; in one division it would be (64, 48, 320, 240).
+  tracker.detectWidth = 150;
+  tracker.detectHeight = 110;
+  EXPECT_EQ(Box({{35, 31, 35, 15}}), Rectangle({63, 47, 319, 239}));
+}
+
 // ---- A face is found ----
+
+TEST_F(TrackFaceTest, ABoxSmallerThanTheFrameIsAFace) {
+  const auto isFace = [this](int32_t width, int32_t height) {
+    SetSteps(8);
+    SetCrop(kWhole);
+    SetTarget(kWhole);
+    lines.clear();
+    FollowBox(&tracker, {0, 0, width, height});
+    return lines.size() == 2;
+  };
+  EXPECT_TRUE(isFace(320, 240));
+  EXPECT_TRUE(isFace(639, 240));
+  EXPECT_FALSE(isFace(640, 240));
+  EXPECT_FALSE(isFace(641, 240));
+  EXPECT_TRUE(isFace(320, 479));
+  EXPECT_FALSE(isFace(320, 480));
+  EXPECT_FALSE(isFace(320, 481));
+  EXPECT_TRUE(isFace(1, 240));
+  EXPECT_FALSE(isFace(0, 240));
+  EXPECT_FALSE(isFace(-1, 240));
+  EXPECT_TRUE(isFace(320, 1));
+  EXPECT_FALSE(isFace(320, 0));
+  EXPECT_FALSE(isFace(320, -1));
+}
 
 TEST_F(TrackFaceTest, ANewFaceBeginsAMove) {
   EXPECT_EQ(Follow({{30, 10, 40, 40}}),
@@ -244,6 +282,16 @@ TEST_F(TrackFaceTest, ABoxThatEndsOnTheFramesEdgeMovesByOne) {
   EXPECT_EQ(Follow({{40, 50, 80, 10}})[1], "YUV16_Face x, y, w, h........... 80, 119, 480, 360\n");
 }
 
+TEST_F(TrackFaceTest, ABoxOfTheFramesAspectRatioStaysAtTheRightEdge) {
+  EXPECT_EQ(Follow({{100, 30, 40, 20}}),
+            Lines({"YUV16_Face 1........... 320, 40, 320, 240\n",
+                   "YUV16_Face x, y, w, h........... 320, 40, 320, 240\n"}));
+  // At the lower edge the height, though it grows by nothing, makes it move.
+  EXPECT_EQ(Follow({{100, 80, 40, 20}}),
+            Lines({"YUV16_Face 1........... 320, 240, 320, 240\n",
+                   "YUV16_Face x, y, w, h........... 320, 239, 320, 240\n"}));
+}
+
 TEST_F(TrackFaceTest, TheFirstStepIsNotClamped) {
   SetCrop({-40, -80, 1000, 900});
   Follow({kFittingFace});
@@ -285,6 +333,46 @@ TEST_F(TrackFaceTest, TheCopyLeavesTheCropAlone) {
   Follow({});
   EXPECT_EQ(output, source);
   EXPECT_EQ(Crop(tracker), Rectangle({27, 14, 533, 400}));
+}
+
+TEST_F(TrackFaceTest, OnlyASettledWholeFrameWithoutBoxIsCopied) {
+  const Rectangle before = {27, 14, 533, 400};
+  const auto isCopied = [&](const FaceBox& box, const Rectangle& target) {
+    SetCrop(before);
+    SetTarget(target);
+    std::fill(output.begin(), output.end(), 0xA5);
+    FollowBox(&tracker, box);
+    EXPECT_EQ(Crop(tracker) == before, output == source);
+    if (output != source) {
+      EXPECT_EQ(Crop(tracker), target);
+      ExpectShown(target);
+    }
+    return output == source;
+  };
+  const Rectangle moved = {8, 6, kWidth, kHeight};
+  EXPECT_TRUE(isCopied({kWidth, kHeight, 0, 0}, moved));
+  EXPECT_TRUE(isCopied({0, 0, 0, 100}, moved));
+  EXPECT_TRUE(isCopied({0, 0, 100, 0}, moved));
+  EXPECT_FALSE(isCopied({0, 0, kWidth, kHeight}, moved));
+  EXPECT_FALSE(isCopied({0, 0, kWidth, 1}, moved));
+  EXPECT_FALSE(isCopied({0, 0, 1, kHeight}, moved));
+  EXPECT_FALSE(isCopied({kWidth, kHeight, 0, 0}, {0, 0, kWidth - 1, kHeight}));
+  EXPECT_FALSE(isCopied({kWidth, kHeight, 0, 0}, {0, 0, kWidth, kHeight - 1}));
+  tracker.stepIndex = 6;
+  SetCrop(kWhole);
+  SetTarget(kWhole);
+  FollowBox(&tracker, {kWidth, kHeight, 0, 0});
+  EXPECT_EQ(Crop(tracker), Rectangle({-1, -1, kWidth, kHeight}));
+}
+
+TEST_F(TrackFaceTest, ABoxLargerThanTheFrameIsNoFace) {
+  tracker.resetWhenLost = 1;
+  SetTarget(kFittingBox);
+  FollowBox(&tracker, {0, 0, 700, 500});
+  EXPECT_EQ(lines, Lines({"YUV16_Face 1........... 0, 0, 700, 500\n"}));
+  EXPECT_EQ(tracker.missCount, 1u);
+  EXPECT_EQ(Crop(tracker), kFittingBox);
+  ExpectShown(kFittingBox);
 }
 
 TEST_F(TrackFaceTest, ABoxAsLargeAsTheFrameIsNoFace) {
@@ -371,6 +459,33 @@ TEST_F(TrackFaceTest, StepsOfAWholeFrameAreShownFromMinusOne) {
   EXPECT_EQ(output, source);
 }
 
+TEST_F(TrackFaceTest, OneSideAloneIsShownFromMinusOne) {
+  const Rectangle wide = {0, 100, kWidth, 200};
+  tracker.stepIndex = 6;
+  SetCrop(wide);
+  SetTarget(wide);
+  Follow({});
+  EXPECT_EQ(Crop(tracker), Rectangle({-1, 100, kWidth, 200}));
+  ExpectShown({-1, 100, kWidth, 200});
+  EXPECT_EQ(OutputLuma(0, 0), SourceLuma(639, 99));
+  EXPECT_EQ(OutputLuma(1, 0), SourceLuma(0, 100));
+  EXPECT_EQ(OutputLuma(639, 0), SourceLuma(638, 100));
+  EXPECT_EQ(OutputLuma(0, 479), SourceLuma(639, 298));
+  EXPECT_EQ(OutputLuma(1, 479), SourceLuma(0, 299));
+
+  const Rectangle high = {100, 0, 200, kHeight};
+  tracker.stepIndex = 6;
+  SetCrop(high);
+  SetTarget(high);
+  Follow({});
+  EXPECT_EQ(Crop(tracker), Rectangle({100, -1, 200, kHeight}));
+  ExpectShown({100, -1, 200, kHeight});
+  EXPECT_EQ(OutputLuma(0, 0), SourceLuma(100, 0));
+  EXPECT_EQ(OutputLuma(0, 1), SourceLuma(100, 0));
+  EXPECT_EQ(OutputLuma(0, 2), SourceLuma(100, 1));
+  EXPECT_EQ(OutputLuma(639, 479), SourceLuma(299, 478));
+}
+
 TEST_F(TrackFaceTest, StepsAreClampedToTheFrame) {
   tracker.stepIndex = 6;  // 2 steps to go
   SetCrop({-20, 300, 100, 700});
@@ -412,16 +527,41 @@ TEST_F(TrackFaceTest, NoStepsMoveNothing) {
   ExpectShown(kWhole);
 }
 
+// Counts are compared without sign.
+TEST_F(TrackFaceTest, ANegativeStepCountIsALargeOne) {
+  tracker.resetWhenLost = 1;
+  tracker.stepCount = -2;
+  tracker.stepIndex = 0xFFFFFFFD;
+  SetTarget(kFittingBox);
+  tracker.missCount = 5;
+  Follow({});
+  EXPECT_EQ(tracker.missCount, 6u);
+  EXPECT_EQ(Target(tracker), kFittingBox);
+  tracker.missCount = 0xFFFFFFFD;
+  Follow({});
+  EXPECT_EQ(tracker.missCount, 0xFFFFFFFE);
+  EXPECT_EQ(Target(tracker), kFittingBox);
+  Follow({});
+  EXPECT_EQ(tracker.missCount, 0u);
+  EXPECT_EQ(tracker.stepIndex, 0u);
+  EXPECT_EQ(Target(tracker), kWhole);
+  EXPECT_EQ(Crop(tracker), kFittingBox);
+}
+
 TEST_F(TrackFaceTest, AFrameWithoutSizeIsNotWritten) {
   const Bytes untouched(source.size(), 0xA5);
-  for (const uint32_t width : {0u, 0x80000000u, 0xFFFFFFFFu}) {
-    tracker.frameWidth = width;
-    SetTarget(kWhole);
-    Follow({});
-    EXPECT_EQ(output, untouched);
-    SetTarget({0, 0, static_cast<int32_t>(width), kHeight});
-    Follow({});
-    EXPECT_EQ(output, untouched);
+  for (const uint32_t width : {0u, 640u, 0x80000000u, 0xFFFFFFFFu}) {
+    for (const uint32_t height : {0u, 480u, 0x80000000u, 0xFFFFFFFFu}) {
+      if (width == 640 && height == 480) continue;
+      tracker.frameWidth = width;
+      tracker.frameHeight = height;
+      SetTarget(kFittingBox);
+      Follow({});
+      EXPECT_EQ(output, untouched);
+      SetTarget({0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)});
+      Follow({});
+      EXPECT_EQ(output, untouched);
+    }
   }
 }
 
