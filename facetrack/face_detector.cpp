@@ -218,13 +218,14 @@ void* CreateDetectionImage(uint32_t width, uint32_t height) {
   if (width == 0 || height == 0 || rowBytes > INT_MAX / height) return nullptr;
   const CvSize size = cvSize(static_cast<int>(width), static_cast<int>(height));
   void* image = nullptr;
-  try {
-    image = cvCreateImageHeader(size, IPL_DEPTH_8U, 3);
-    cvCreateData(image);
-    cvSetImageROI(static_cast<IplImage*>(image), cvRect(0, 0, size.width, size.height));
-  } catch (...) {
-    ReleaseDetectionImage(&image);
-  }
+  const bool isMade =
+      Try<void>([&]() -> void* {
+        image = cvCreateImageHeader(size, IPL_DEPTH_8U, 3);
+        cvCreateData(image);
+        cvSetImageROI(static_cast<IplImage*>(image), cvRect(0, 0, size.width, size.height));
+        return image;
+      }) != nullptr;
+  if (!isMade) ReleaseDetectionImage(&image);
   return image;
 }
 

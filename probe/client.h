@@ -29,8 +29,9 @@ enum ClientOperation {
   kClientTrackRounds, /* parameter times: `item` trackers are created, see ten frames each, and are
                          released */
   kClientPool, /* driver only: the blocks that the module holds, and how many it has asked for */
-  kClientPoolLimit /* driver only: block number `parameter` from now on is refused, and each
-                      behind it if `item` is 0; parameter 0 ends it */
+  kClientPoolLimit, /* driver only: block number `parameter` from now on is refused, and each
+                       behind it if `item` is 0; parameter 0 ends it */
+  kClientStackLimit /* driver only: whether, by parameter, a deeper stack is refused */
 };
 
 typedef struct ClientRequest {

@@ -10,10 +10,15 @@
 /* Keeps sizes in 32 bits. */
 #define LARGEST_TRANSFER (64u << 20)
 
-/* The kernel exports both; the headers lack them. */
+/* The kernel exports these; the headers lack them. */
 NTSYSAPI PVOID NTAPI RtlPcToFileHeader(PVOID address, PVOID* image);
 NTSYSAPI PVOID NTAPI RtlImageDirectoryEntryToData(PVOID image, BOOLEAN mapped, USHORT entry,
                                                   PULONG size);
+
+typedef VOID NTAPI StackCallout(PVOID argument);
+NTSYSAPI NTSTATUS NTAPI KeExpandKernelStackAndCalloutEx(StackCallout* work, PVOID argument,
+                                                        SIZE_T bytes, BOOLEAN mayWait,
+                                                        PVOID context);
 
 typedef NTSTATUS NTAPI DllInitializeRoutine(PUNICODE_STRING serviceKey);
 typedef NTSTATUS NTAPI DllUnloadRoutine(void);
@@ -159,6 +164,15 @@ static NTSTATUS RedirectImport(const char* name, void* routine) {
   return STATUS_ENTRYPOINT_NOT_FOUND;
 }
 
+static BOOLEAN refusesStack;
+
+/* Stands in for KeExpandKernelStackAndCalloutEx in Kolm.sys. */
+static NTSTATUS NTAPI ExpandOrRefuse(StackCallout* work, PVOID argument, SIZE_T bytes,
+                                     BOOLEAN mayWait, PVOID context) {
+  if (refusesStack) return STATUS_NO_MEMORY;
+  return KeExpandKernelStackAndCalloutEx(work, argument, bytes, mayWait, context);
+}
+
 static NTSTATUS RedirectImports(void) {
   NTSTATUS status = RedirectImport("ZwCreateFile", (void*)CreateFileInWindows);
 
@@ -166,6 +180,9 @@ static NTSTATUS RedirectImports(void) {
     status = RedirectImport("ExAllocatePoolWithTag", (void*)AllocateAndCount);
   }
   if (NT_SUCCESS(status)) status = RedirectImport("ExFreePool", (void*)FreeAndCount);
+  if (NT_SUCCESS(status)) {
+    status = RedirectImport("KeExpandKernelStackAndCalloutEx", (void*)ExpandOrRefuse);
+  }
   return status;
 }
 
@@ -239,6 +256,9 @@ static NTSTATUS HandleRequest(UCHAR* buffer, ULONG inputSize, ULONG outputSize, 
     case kClientPoolLimit:
       firstRefused = request.parameter == 0 ? 0 : blocksAsked + request.parameter;
       lastRefused = request.item == 0 ? MAXULONG : firstRefused;
+      break;
+    case kClientStackLimit:
+      refusesStack = request.parameter != 0;
       break;
     case kClientTrackBegin:
     case kClientTrack:

@@ -286,8 +286,8 @@ void Trackers(int rounds) {
   service.Stop();
 }
 
-// Refuses memory: each block and all behind it, and each block alone. Of the thousands of blocks
-// with which a tracker begins a sample is refused, of a frame's every one.
+// Refuses memory: each block and all behind it, each block alone, and the deeper stack. Of the
+// thousands of blocks with which a tracker begins a sample is refused, of a frame's every one.
 class ShortageTest {
  public:
   ShortageTest(ProbeDevice* device, const std::vector<uint8_t>& scene)
@@ -357,7 +357,13 @@ class ShortageTest {
     return reply;
   }
 
-  void Begin() { Call(kClientTrackBegin, kDetection.width << 16 | kDetection.height); }
+  void RefuseStack(bool refuse) {
+    device_->Call({kClientStackLimit, 0, 0, 0, refuse ? 1u : 0u}, {});
+  }
+
+  ClientReply Begin() {
+    return Call(kClientTrackBegin, kDetection.width << 16 | kDetection.height);
+  }
   ClientReply Track() { return Call(kClientTrack, 0); }
   void End() {
     Call(kClientTrackEnd, 0);

@@ -17,7 +17,7 @@ int32_t KeExpandKernelStackAndCalloutEx(void (*work)(void* argument), void* argu
 namespace kolm {
 namespace {
 
-// Well above what a test under Wine has seen exceptions to need, below the 71 KB that can be had.
+// Well above what a test under Wine has seen exceptions to need, below the 70 KB that can be had.
 constexpr size_t kDeepStack = 48 * 1024;
 
 }  // namespace

@@ -26,7 +26,12 @@ namespace {
 
 void* savedData = nullptr;
 
-size_t DataBytes() { return static_cast<size_t>(KolmDetectorDataEnd - KolmDetectorDataBegin); }
+// The two are different arrays to the compiler.
+size_t BytesBetween(const uint8_t* begin, const uint8_t* end) {
+  return reinterpret_cast<uintptr_t>(end) - reinterpret_cast<uintptr_t>(begin);
+}
+
+size_t DataBytes() { return BytesBetween(KolmDetectorDataBegin, KolmDetectorDataEnd); }
 
 // Stores whether all ran at *succeeded.
 void RunConstructors(void* succeeded) {
@@ -54,7 +59,7 @@ bool BeginDetectorRuntime() {
 void EndDetectorRuntime() {
   FreeHeap();
   KolmCopy(KolmDetectorDataBegin, savedData, DataBytes());
-  KolmZero(KolmDetectorZeroBegin, static_cast<size_t>(KolmDetectorZeroEnd - KolmDetectorZeroBegin));
+  KolmZero(KolmDetectorZeroBegin, BytesBetween(KolmDetectorZeroBegin, KolmDetectorZeroEnd));
   KolmFree(savedData);
   savedData = nullptr;
 }

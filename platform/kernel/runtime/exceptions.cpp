@@ -73,6 +73,7 @@ extern "C" void* __cxa_allocate_exception(size_t bytes) noexcept {
 
 extern "C" void __cxa_free_exception(void* exception) noexcept {
   const auto offset = static_cast<size_t>(static_cast<uint8_t*>(exception) - kolm::places[0].bytes);
+  if (offset >= sizeof kolm::places) kolm::Stop();
   kolm::isTaken[offset / kolm::kExceptionBytes] = false;
 }
 
