@@ -21,7 +21,7 @@ packages=(
   clang libclang-rt-dev llvm
   gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck
-  imagemagick ffmpeg python3-pil
+  imagemagick ffmpeg python3-pil chromium-headless-shell
 )
 
 passed=0

@@ -38,7 +38,9 @@ void AddBackgroundSheetCommand(CLI::App& app, Work& work) {
   CLI::App* command = app.add_subcommand(
       "background-sheet",
       "Write a sheet of a live picture, a background, its alpha plane and the result");
-  AddOptionalPicture(command, *options, "The live picture; without it a built-in sample",
+  AddOptionalPicture(command, *options,
+                     {"PICTURE", "The live picture; without it a built-in sample"},
+                     {"OUTPUT", "The sheet's file"},
                      [&work, options] { work = [options] { WriteBackgroundSheet(*options); }; });
   command->footer(
       std::string(kAboutPictures) +

@@ -15,7 +15,9 @@ using Work = std::function<void()>;
 void AddApplyCommand(CLI::App& app, Work& work);
 void AddBackgroundCommand(CLI::App& app, Work& work);
 void AddBackgroundSheetCommand(CLI::App& app, Work& work);
+void AddBenchCommand(CLI::App& app, Work& work);
 void AddEffectsCommand(CLI::App& app, Work& work);
+void AddGalleryCommand(CLI::App& app, Work& work);
 void AddSheetCommand(CLI::App& app, Work& work);
 void AddStoreCommand(CLI::App& app, Work& work);
 

@@ -23,6 +23,7 @@ Examples:
   kolm apply -e box-blur:4 -e 12 portrait.jpg drawing.png
   kolm store create KolmBg.img beach.jpg window.png
   kolm background --store KolmBg.img --record 2 portrait.jpg travelling.png
+  kolm gallery portrait.jpg effects
 
 Exit codes:
   0  done
@@ -72,6 +73,8 @@ int Run(int argumentCount, char** arguments) {
   AddStoreCommand(app, work);
   AddBackgroundCommand(app, work);
   AddBackgroundSheetCommand(app, work);
+  AddGalleryCommand(app, work);
+  AddBenchCommand(app, work);
 
   try {
     app.parse(argumentCount, arguments);

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <utility>
 
 namespace kolm {
 namespace {
@@ -10,9 +11,14 @@ namespace {
 // An optional argument before one that is needed.
 class OptionalPictureFormatter : public CLI::Formatter {
  public:
+  explicit OptionalPictureFormatter(std::string arguments) : arguments_(std::move(arguments)) {}
+
   std::string make_usage(const CLI::App*, std::string name) const override {
-    return "Usage: " + name + " [OPTIONS] [PICTURE] OUTPUT\n";
+    return "Usage: " + name + " [OPTIONS] " + arguments_ + "\n";
   }
+
+ private:
+  std::string arguments_;
 };
 
 }  // namespace
@@ -22,16 +28,17 @@ const char* const kAboutPictures =
     "written in the format of OUTPUT's extension. Transparent parts are laid on white; of an odd\n"
     "width the last column is left out.";
 
-void AddOptionalPicture(CLI::App* command, PictureArguments& arguments,
-                        const std::string& pictureDescription, const std::function<void()>& then) {
-  command->add_option("PICTURE", arguments.picture, pictureDescription)->type_name("");
-  command->add_option("OUTPUT", arguments.output, "The sheet's file")->type_name("");
+void AddOptionalPicture(CLI::App* command, PictureArguments& arguments, const Argument& picture,
+                        const Argument& output, const std::function<void()>& then) {
+  command->add_option(picture.name, arguments.picture, picture.description)->type_name("");
+  command->add_option(output.name, arguments.output, output.description)->type_name("");
   command->add_flag("-y,--yes", arguments.overwrite, "Overwrite what exists");
-  command->formatter(std::make_shared<OptionalPictureFormatter>());
-  command->callback([&arguments, then] {
+  command->formatter(
+      std::make_shared<OptionalPictureFormatter>("[" + picture.name + "] " + output.name));
+  command->callback([&arguments, outputName = output.name, then] {
     // A single argument has become the first of the two.
     if (arguments.output.empty()) arguments.output.swap(arguments.picture);
-    if (arguments.output.empty()) throw CLI::RequiredError("OUTPUT");
+    if (arguments.output.empty()) throw CLI::RequiredError(outputName);
     then();
   });
 }

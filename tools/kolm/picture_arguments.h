@@ -18,9 +18,13 @@ struct PictureArguments {
   bool overwrite = false;
 };
 
-// Adds [PICTURE] OUTPUT and -y; `arguments` must live as long as `command`. `then` is called when
+struct Argument {
+  std::string name, description;
+};
+
+// Adds [picture] output and -y; `arguments` must live as long as `command`. `then` is called when
 // the command line names the command.
-void AddOptionalPicture(CLI::App* command, PictureArguments& arguments,
-                        const std::string& pictureDescription, const std::function<void()>& then);
+void AddOptionalPicture(CLI::App* command, PictureArguments& arguments, const Argument& picture,
+                        const Argument& output, const std::function<void()>& then);
 
 }  // namespace kolm

@@ -64,7 +64,8 @@ void AddSheetCommand(CLI::App& app, Work& work) {
   const auto options = std::make_shared<SheetOptions>();
   CLI::App* command = app.add_subcommand(
       "sheet", "Write a contact sheet: a picture and all effects on it at their defaults");
-  AddOptionalPicture(command, *options, "The picture; without it a built-in sample",
+  AddOptionalPicture(command, *options, {"PICTURE", "The picture; without it a built-in sample"},
+                     {"OUTPUT", "The sheet's file"},
                      [&work, options] { work = [options] { WriteSheet(*options); }; });
   command
       ->add_option("--cells", options->cells,
