@@ -18,7 +18,8 @@ esac
 
 packages=(
   cmake ninja-build pkg-config python3
-  g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev libswscale-dev libavutil-dev
+  g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev
+  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev
   clang libclang-rt-dev llvm
   gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck

@@ -20,5 +20,6 @@ void AddEffectsCommand(CLI::App& app, Work& work);
 void AddGalleryCommand(CLI::App& app, Work& work);
 void AddSheetCommand(CLI::App& app, Work& work);
 void AddStoreCommand(CLI::App& app, Work& work);
+void AddTrackCommand(CLI::App& app, Work& work);
 
 }  // namespace kolm
