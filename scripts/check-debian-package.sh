@@ -40,7 +40,8 @@ version=$(dpkg-deb --field "$package" Version)
 [ "$(inside kolm --version)" = "kolm $version" ]
 [ "$(inside kolm effects | wc -l)" -eq 19 ]
 inside kolm sheet /sheet.png
-inside kolm gallery /gallery
+inside kolm apply --quiet -e sepia /sheet.png /sepia.mp4
+inside kolm gallery /sepia.mp4 /gallery
 inside kolm bench --sizes 64x48 --seconds 0 >/dev/null
 [ "$(head -c 8 "$root/sheet.png" | od -An -tx1 | tr -d ' ')" = 89504e470d0a1a0a ]
 [ "$(find "$root/gallery" -type f -size +10k | wc -l)" -eq 19 ]

@@ -2,6 +2,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -15,7 +17,9 @@
 #include "tools/kolm/effect_names.h"
 #include "tools/kolm/failure.h"
 #include "tools/kolm/gallery_page.h"
+#include "tools/kolm/media_source.h"
 #include "tools/kolm/new_file.h"
+#include "tools/kolm/packed_yuv.h"
 #include "tools/kolm/picture_arguments.h"
 #include "tools/kolm/picture_file.h"
 #include "tools/kolm/sample_scene.h"
@@ -24,6 +28,21 @@ namespace kolm {
 namespace {
 
 constexpr double kCellPixels = 480.0 * 360.0;  // keeps the page below 15 MB, noise included
+
+// A picture, or the first frame of what else frames come from.
+cv::Mat FirstPicture(const std::string& input) {
+  SourceOptions options;
+  options.input = input;
+  const std::unique_ptr<FrameSource> source = OpenSource(options);
+  MediaItem item;
+  while (!item.frame) {
+    if (!source->Next(item)) throw Failure(ExitCode::UnreadablePicture, source->Damage());
+  }
+  const AVFrame& frame = *item.frame;
+  const uint8_t* bytes = frame.data[0];
+  return PictureFromPacked({bytes, bytes + ptrdiff_t{frame.linesize[0]} * frame.height},
+                           {frame.width, frame.height});
+}
 
 // Reduced as for a sheet, upright pictures to about as many pixels as others.
 cv::Mat GallerySource(const cv::Mat& picture) {
@@ -53,7 +72,7 @@ void WriteGallery(const PictureArguments& options) {
   CheckPlace(page, options.overwrite);
 
   const cv::Mat source =
-      GallerySource(options.picture.empty() ? DrawSampleScene() : ReadPicture(options.picture));
+      GallerySource(options.picture.empty() ? DrawSampleScene() : FirstPicture(options.picture));
   std::vector<EffectPictures> pictures;
   for (const Effect& effect : effects) {
     EffectPictures& all = pictures.emplace_back(EffectPictures{effect, {}});
@@ -76,9 +95,12 @@ void AddGalleryCommand(CLI::App& app, Work& work) {
   const auto options = std::make_shared<PictureArguments>();
   CLI::App* command = app.add_subcommand(
       "gallery", "Write sheets of every effect at every parameter, and a page that shows them");
-  AddOptionalPicture(command, *options, {"INPUT", "The picture; without it a built-in sample"},
-                     {"DIR", "The directory; made if there is none"},
-                     [&work, options] { work = [options] { WriteGallery(*options); }; });
+  AddOptionalPicture(
+      command, *options,
+      {"INPUT",
+       "A picture, or a video, of which the first frame is taken; without it a built-in sample"},
+      {"DIR", "The directory; made if there is none"},
+      [&work, options] { work = [options] { WriteGallery(*options); }; });
   command->footer(
       "DIR/index.html is one page with all pictures in it: a browser opens it from disk, and it "
       "can be\nmailed. Beside it stands a sheet of each effect: 01-zoom-in.jpg and so on. The "

@@ -190,6 +190,21 @@ class Gallery(unittest.TestCase):
         self.assertEqual((folder / "notes.txt").read_text(), "mine")
         self.assertIn("<html", (folder / "index.html").read_text())
 
+    def test_first_frame_of_a_video(self):
+        pages = []
+        for colours in ("red", "blue"), ("red", "green"), ("blue", "red"):
+            video = self.folder.parent / f"{'-'.join(colours)}.mkv"
+            inputs = [word for colour in colours
+                      for word in ("-f", "lavfi", "-i", f"color={colour}:s=64x48:r=5:d=0.2")]
+            subprocess.run(["ffmpeg", "-v", "error", *inputs, "-filter_complex",
+                            "[0][1]concat=n=2", "-c:v", "ffv1", video], check=True)
+            folder = video.with_suffix("")
+            outcome = run("gallery", video, folder)
+            self.assertEqual((outcome.returncode, outcome.stderr), (0, ""))
+            pages.append((folder / "index.html").read_text())
+        self.assertEqual(pages[0], pages[1])
+        self.assertNotEqual(pages[0], pages[2])
+
     def test_what_cannot_be(self):
         file = self.folder.parent / "file"
         file.write_text("")
