@@ -82,9 +82,9 @@ class Sheet {
   cv::Mat sheet_;
 };
 
-std::string Label(const Effect& effect) {
+std::string Label(const Effect& effect, uint32_t parameter) {
   const std::string label = std::to_string(effect.id) + " " + effect.title;
-  return effect.HasParameter() ? label + " (" + std::to_string(effect.defaultValue) + ")" : label;
+  return effect.HasParameter() ? label + " (" + std::to_string(parameter) + ")" : label;
 }
 
 }  // namespace
@@ -115,7 +115,7 @@ cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& resu
   Sheet sheet(kColumns, kRows, {kEffectCellWidth, std::max(source.rows, kLeastCellHeight)});
   sheet.Place(0, source, "Source");
   for (size_t i = 0; i < results.size(); ++i) {
-    sheet.Place(static_cast<int>(i) + 1, results[i], Label(effects[i]));
+    sheet.Place(static_cast<int>(i) + 1, results[i], Label(effects[i], effects[i].defaultValue));
   }
 
   const cv::Rect cell = sheet.CellAt(kColumns * kRows - 1);
@@ -125,6 +125,22 @@ cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& resu
            cell.x, middle + 20, 10, kFaintInk);
   DrawText(sheet.Picture(), "The number in brackets is the parameter.", cell.x, middle + 40, 10,
            kFaintInk);
+  return sheet.Picture();
+}
+
+cv::Mat DrawParameterSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
+                           const Effect& effect) {
+  const int cells = static_cast<int>(results.size()) + 1;
+  const int columns = std::min(cells, 4);
+  const int rows = (cells + columns - 1) / columns;
+  Sheet sheet(columns, rows, {kGalleryCellWidth, std::max(source.rows, kLeastCellHeight)});
+  sheet.Place(0, source, "Source");
+  uint32_t parameter = effect.minimum;
+  for (int cell = 1; cell < cells; ++cell, ++parameter) {
+    const std::string label = Label(effect, parameter);
+    const bool isDefault = effect.HasParameter() && parameter == effect.defaultValue;
+    sheet.Place(cell, results[cell - 1], isDefault ? label + ", the default" : label);
+  }
   return sheet.Picture();
 }
 

@@ -1,4 +1,5 @@
-// Labelled sheets of pictures: all 18 effects, or the steps of a background replacement.
+// Labelled sheets of pictures: all 18 effects, an effect at each parameter, or the steps of a
+// background replacement.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -10,6 +11,7 @@
 namespace kolm {
 
 constexpr int kEffectCellWidth = 320;
+constexpr int kGalleryCellWidth = 480;
 constexpr int kBackgroundCellWidth = 480;
 
 // The picture reduced to a sheet's cell: as a rule to its width. Never enlarged.
@@ -21,6 +23,10 @@ std::vector<cv::Mat> ApplyAllEffects(const cv::Mat& picture, const EffectList& e
 // Lays out the labelled sheet: the source, the effects' pictures in reading order, the title.
 cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
                          const EffectList& effects);
+
+// The source, then the effect's pictures from its smallest parameter to its largest.
+cv::Mat DrawParameterSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
+                           const Effect& effect);
 
 // The live picture, what is laid over it, and the result, side by side.
 cv::Mat DrawBackgroundSheet(const cv::Mat& live, const Replacement& replacement);
