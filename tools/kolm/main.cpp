@@ -21,6 +21,7 @@ Examples:
   kolm apply -e box-blur:4 -e 12 portrait.jpg drawing.png
   kolm apply -e sketch --split talk.mp4 drawn.mkv
   ffmpeg -i talk.mp4 -f yuv4mpegpipe - | kolm apply -e sepia - - | ffplay -
+  kolm track-sheet talk.mp4 strip.png
   kolm track --overlay --trace talk.jsonl talk.mp4 tracked.mp4
   kolm store create KolmBg.img beach.jpg window.png
   kolm background --store KolmBg.img --record 2 portrait.jpg travelling.png
@@ -43,8 +44,10 @@ Exit codes:
   130 stopped by SIGINT or SIGTERM; the output holds what was done until then)";
 
 int Run(int argumentCount, char** arguments) {
-  CLI::App app("Tries Kolm's video effects and background replacement on pictures and videos.",
-               "kolm");
+  CLI::App app(
+      "Tries Kolm's video effects, background replacement and face tracking on pictures and "
+      "videos.",
+      "kolm");
   app.set_version_flag("--version", "kolm " KOLM_VERSION);
   app.footer(kFooter);
   app.require_subcommand(1);
@@ -60,6 +63,7 @@ int Run(int argumentCount, char** arguments) {
   AddApplyCommand(app, work);
   AddStoreCommand(app, work);
   AddTrackCommand(app, work);
+  AddTrackSheetCommand(app, work);
   AddBackgroundCommand(app, work);
   AddBackgroundSheetCommand(app, work);
   AddGalleryCommand(app, work);
