@@ -25,6 +25,7 @@ packages=(
   clang-format-14 clang-tidy-14 cppcheck shellcheck
   imagemagick ffmpeg python3-pil chromium-headless-shell
   help2man groff-base dpkg-dev file openssl osslsigncode debootstrap
+  python-matplotlib-data lomiri-wallpapers-16.04
 )
 
 passed=0
