@@ -1,7 +1,8 @@
 #!/bin/bash
 # Installs what is missing, builds everything and runs every check and test. The last line tells how
 # many passed and failed; the exit code is 0 if none failed.
-# Usage: ./test.sh [--long]     --long also runs each fuzz target for a minute
+# Usage: ./test.sh [--long]     --long also runs each fuzz target for a minute and tries the Debian
+#                               package on a fresh Debian, as root
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
 
@@ -17,12 +18,15 @@ esac
 
 packages=(
   cmake ninja-build pkg-config python3
-  g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev libswscale-dev libavutil-dev
+  g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev
+  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev
   clang libclang-rt-dev llvm
   opencv-data dpkg-dev libz-mingw-w64-dev
   gcc-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-win32 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck
-  imagemagick ffmpeg python3-pil
+  imagemagick ffmpeg python3-pil chromium-headless-shell
+  help2man groff-base dpkg-dev file openssl osslsigncode debootstrap
+  python-matplotlib-data lomiri-wallpapers-16.04
 )
 
 passed=0
@@ -96,7 +100,7 @@ for preset in host host-sanitized kernel; do
 done
 
 check format scripts/check-format.sh
-check shellcheck shellcheck ./*.sh scripts/*.sh .ci/run
+check shellcheck shellcheck ./*.sh package/*.sh probe/*.sh scripts/*.sh tests/image/*.sh .ci/run
 check cppcheck scripts/check-cppcheck.sh
 if [ -n "${built[host]-}" ]; then check clang-tidy scripts/check-clang-tidy.sh build/host; fi
 
@@ -111,6 +115,12 @@ if [ "$long" = yes ] && [ -n "${built[host-sanitized]-}" ]; then
     target=$(basename "$source" .cpp)
     check "$target, a minute" fuzz "$target"
   done
+fi
+
+if [ "$long" = yes ] && [ -n "${built[host]-}" ]; then
+  root=()
+  [ "$(id -u)" -eq 0 ] || root=(sudo)
+  check 'Debian package' "${root[@]}" scripts/check-debian-package.sh build/host
 fi
 
 [ "$failed" -eq 0 ]

@@ -6,4 +6,4 @@ cd "$(dirname "$0")/.."
 cppcheck --quiet --error-exitcode=1 -j "$(nproc)" --std=c++20 --std=c11 -I . \
   --library=googletest --library=windows --enable=warning,performance,portability --inline-suppr \
   --suppressions-list=scripts/cppcheck-suppressions.txt \
-  background bench docs effects facetrack fuzz imaging module platform probe tests tools
+  background bench docs effects facetrack fuzz imaging module package platform probe tests tools

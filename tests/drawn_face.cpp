@@ -40,8 +40,15 @@ reference::Bytes GreyFrame(uint32_t width, uint32_t height) {
 
 void DrawFace(reference::Bytes* frame, uint32_t width, uint32_t height, double centreX,
               double centreY, double radius) {
-  for (uint32_t row = 0; row < height; ++row) {
-    for (uint32_t column = 0; column < width; ++column) {
+  // A little more than the head.
+  const auto from = [&](double centre) {
+    return static_cast<uint32_t>(std::max(centre - 1.3 * radius, 0.0));
+  };
+  const auto to = [&](double centre, uint32_t end) {
+    return static_cast<uint32_t>(std::clamp<double>(centre + 1.3 * radius, 0, end));
+  };
+  for (uint32_t row = from(centreY); row < to(centreY, height); ++row) {
+    for (uint32_t column = from(centreX); column < to(centreX, width); ++column) {
       uint8_t& luma = (*frame)[(size_t{row} * width + column) * 2];
       double shade = luma;
       for (const Ellipse& ellipse : kFace) {

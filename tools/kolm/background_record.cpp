@@ -190,11 +190,15 @@ std::vector<uint8_t> LoadFromBitmap(const std::filesystem::path& bitmap) {
   return record;
 }
 
+std::vector<uint8_t> ScaleRecord(const std::vector<uint8_t>& record, int width, int height) {
+  std::vector<uint8_t> scaled(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
+  Kolm_BG_ScaleBackground(record.data(), scaled.data(), static_cast<uint32_t>(width), height);
+  return scaled;
+}
+
 Replacement ReplaceBackground(const cv::Mat& live, const std::vector<uint8_t>& record) {
   const size_t pixels = live.total();
-  std::vector<uint8_t> scaled(pixels * 3);
-  Kolm_BG_ScaleBackground(record.data(), scaled.data(), static_cast<uint32_t>(live.cols),
-                          live.rows);
+  std::vector<uint8_t> scaled = ScaleRecord(record, live.cols, live.rows);
   std::vector<uint8_t> frame = PackedFromPicture(live);
   Kolm_BG_AlphaBlending(static_cast<uint32_t>(live.cols), static_cast<uint32_t>(live.rows),
                         scaled.data(), frame.data(), frame.data());

@@ -28,6 +28,9 @@ std::vector<uint8_t> LoadFromStore(const std::filesystem::path& store, uint32_t 
 // Loads by Kolm_BG_LoadFromFile. Throws Failure.
 std::vector<uint8_t> LoadFromBitmap(const std::filesystem::path& bitmap);
 
+// By Kolm_BG_ScaleBackground: a packed frame, then its alpha plane.
+std::vector<uint8_t> ScaleRecord(const std::vector<uint8_t>& record, int width, int height);
+
 // A record scaled to a live picture's size, and the two blended.
 struct Replacement {
   cv::Mat background, result;  // 8-bit BGR

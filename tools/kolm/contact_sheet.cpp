@@ -2,8 +2,12 @@
 #include "tools/kolm/contact_sheet.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <opencv2/imgproc.hpp>
 #include <string>
+
+#include "tools/kolm/face_outlines.h"
+#include "tools/kolm/packed_yuv.h"
 
 namespace kolm {
 namespace {
@@ -53,16 +57,19 @@ void DrawText(cv::Mat& sheet, const std::string& text, int left, int baseline, d
 // Cells of one size in rows, each under its label.
 class Sheet {
  public:
-  Sheet(int columns, int rows, cv::Size cell)
+  // The uppermost `head` rows stay free.
+  Sheet(int columns, int rows, cv::Size cell, int head = 0)
       : columns_(columns),
         cell_(cell),
-        sheet_(2 * kMargin + rows * (kLabelHeight + cell.height + kGap) - kGap,
+        head_(head),
+        sheet_(head + 2 * kMargin + rows * (kLabelHeight + cell.height + kGap) - kGap,
                2 * kMargin + columns * (cell.width + kGap) - kGap, CV_8UC3, kPaper) {}
 
   cv::Rect CellAt(int index) const {
-    return {kMargin + index % columns_ * (cell_.width + kGap),
-            kMargin + index / columns_ * (kLabelHeight + cell_.height + kGap) + kLabelHeight,
-            cell_.width, cell_.height};
+    return {
+        kMargin + index % columns_ * (cell_.width + kGap),
+        head_ + kMargin + index / columns_ * (kLabelHeight + cell_.height + kGap) + kLabelHeight,
+        cell_.width, cell_.height};
   }
 
   void Place(int index, const cv::Mat& picture, const std::string& label) {
@@ -79,12 +86,46 @@ class Sheet {
  private:
   int columns_;
   cv::Size cell_;
+  int head_;
   cv::Mat sheet_;
 };
 
-std::string Label(const Effect& effect) {
+std::string Label(const Effect& effect, uint32_t parameter) {
   const std::string label = std::to_string(effect.id) + " " + effect.title;
-  return effect.HasParameter() ? label + " (" + std::to_string(effect.defaultValue) + ")" : label;
+  return effect.HasParameter() ? label + " (" + std::to_string(parameter) + ")" : label;
+}
+
+// Drawn twice as large and reduced, since colours lie in pairs of pixels.
+cv::Mat WithOutlines(const cv::Mat& picture, const FaceView& view) {
+  constexpr int kDetail = 2;
+  cv::Mat large;
+  cv::resize(picture, large, {}, kDetail, kDetail, cv::INTER_NEAREST);
+  std::vector<uint8_t> frame = PackedFromPicture(large);
+  DrawOutlines(frame.data(), large.cols, large.rows, Scaled(view, kDetail), 2 * kDetail);
+  cv::Mat reduced;
+  cv::resize(PictureFromPacked(frame, large.size()), reduced, picture.size(), 0, 0, cv::INTER_AREA);
+  return reduced;
+}
+
+// What each outline means, in a row of samples from `left` on.
+void DrawTrackLegend(cv::Mat& sheet, int left, int middle) {
+  struct Entry {
+    const char* text;
+    int width;
+    FaceView view;
+  };
+  constexpr int kSampleWidth = 76, kSampleHeight = 44;
+  const Box whole = {0, 0, kSampleWidth, kSampleHeight}, outside = {-99, -99, 999, 999};
+  const Entry entries[] = {{"Shown: what the frame below enlarges", 520, {{}, outside, whole}},
+                           {"Target: where the crop is moving to", 500, {{}, whole, outside}},
+                           {"Faces found, as one box with a margin", 0, {whole, outside, outside}}};
+  for (const Entry& entry : entries) {
+    const cv::Mat ground(kSampleHeight, kSampleWidth, CV_8UC3, cv::Scalar(96, 84, 78));
+    WithOutlines(ground, entry.view)
+        .copyTo(sheet(cv::Rect(left, middle - kSampleHeight / 2, kSampleWidth, kSampleHeight)));
+    DrawText(sheet, entry.text, left + kSampleWidth + 14, middle + 6, 13, kInk);
+    left += entry.width;
+  }
 }
 
 }  // namespace
@@ -115,7 +156,7 @@ cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& resu
   Sheet sheet(kColumns, kRows, {kEffectCellWidth, std::max(source.rows, kLeastCellHeight)});
   sheet.Place(0, source, "Source");
   for (size_t i = 0; i < results.size(); ++i) {
-    sheet.Place(static_cast<int>(i) + 1, results[i], Label(effects[i]));
+    sheet.Place(static_cast<int>(i) + 1, results[i], Label(effects[i], effects[i].defaultValue));
   }
 
   const cv::Rect cell = sheet.CellAt(kColumns * kRows - 1);
@@ -128,6 +169,22 @@ cv::Mat DrawContactSheet(const cv::Mat& source, const std::vector<cv::Mat>& resu
   return sheet.Picture();
 }
 
+cv::Mat DrawParameterSheet(const cv::Mat& source, const std::vector<cv::Mat>& results,
+                           const Effect& effect) {
+  const int cells = static_cast<int>(results.size()) + 1;
+  const int columns = std::min(cells, 4);
+  const int rows = (cells + columns - 1) / columns;
+  Sheet sheet(columns, rows, {kGalleryCellWidth, std::max(source.rows, kLeastCellHeight)});
+  sheet.Place(0, source, "Source");
+  uint32_t parameter = effect.minimum;
+  for (int cell = 1; cell < cells; ++cell, ++parameter) {
+    const std::string label = Label(effect, parameter);
+    const bool isDefault = effect.HasParameter() && parameter == effect.defaultValue;
+    sheet.Place(cell, results[cell - 1], isDefault ? label + ", the default" : label);
+  }
+  return sheet.Picture();
+}
+
 cv::Mat DrawBackgroundSheet(const cv::Mat& live, const Replacement& replacement) {
   Sheet sheet(4, 1, {kBackgroundCellWidth, std::max(live.rows, kLeastCellHeight)});
   sheet.Place(0, live, "Live picture");
@@ -136,6 +193,29 @@ cv::Mat DrawBackgroundSheet(const cv::Mat& live, const Replacement& replacement)
   cv::cvtColor(replacement.alpha, alpha, cv::COLOR_GRAY2BGR);
   sheet.Place(2, alpha, "Alpha plane: white is covered by the background");
   sheet.Place(3, replacement.result, "Result");
+  return sheet.Picture();
+}
+
+cv::Mat DrawTrackSheet(const std::vector<TrackedFrame>& frames) {
+  constexpr int kHead = 84;
+  int height = kLeastCellHeight;
+  for (const TrackedFrame& frame : frames) height = std::max(height, frame.source.rows);
+  Sheet sheet(kTrackColumns, 2, {kTrackCellWidth, height}, kHead);
+  DrawText(sheet.Picture(), "Face tracking", kMargin, 52, 22, kInk);
+  DrawText(sheet.Picture(), "Above the camera's frames, below what becomes of them", kMargin, 82,
+           11, kFaintInk);
+  DrawTrackLegend(sheet.Picture(), kMargin + 700, 60);
+  for (int column = 0; column < static_cast<int>(frames.size()); ++column) {
+    const TrackedFrame& frame = frames[column];
+    char label[64];
+    std::snprintf(label, sizeof label, "%.1f s: %s", frame.seconds,
+                  frame.view.faces ? "face found" : "no face");
+    sheet.Place(column, WithOutlines(frame.source, frame.view), label);
+    std::snprintf(label, sizeof label, "enlarged %.2f times",
+                  static_cast<double>(frame.source.cols) / std::max(frame.view.shown[2], 1));
+    const bool isWhole = frame.view.shown[2] >= frame.source.cols;
+    sheet.Place(kTrackColumns + column, frame.result, isWhole ? "the whole frame" : label);
+  }
   return sheet.Picture();
 }
 

@@ -71,6 +71,25 @@ void NewFile::Write(const void* bytes, size_t count) {
   }
 }
 
+int64_t NewFile::Seek(int64_t offset, int whence) {
+  const off_t position = lseek(file_, offset, whence);
+  if (position < 0) FailToWrite(path_, std::strerror(errno));
+  return position;
+}
+
+std::filesystem::path NewFile::KeepPart() {
+  struct stat status;
+  if (beside_.empty() || stat(beside_.c_str(), &status) != 0 || status.st_size == 0) return {};
+  std::filesystem::path part = path_;
+  part.replace_filename(path_.stem().string() + ".part-" + std::to_string(getpid()) +
+                        path_.extension().string());
+  if (renameat2(AT_FDCWD, beside_.c_str(), AT_FDCWD, part.c_str(), RENAME_NOREPLACE) != 0) {
+    return {};
+  }
+  beside_.clear();
+  return part;
+}
+
 void NewFile::Finish() {
   // Without this a crash could leave the name on a file whose bytes never reached the disk.
   if (fsync(file_) != 0) FailToWrite(path_, std::strerror(errno));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -27,8 +28,15 @@ class NewFile {
 
   void Write(const void* bytes, size_t count);
 
-  // Gives the file its name. Without this call nothing is left.
+  // As lseek does; returns the new position.
+  int64_t Seek(int64_t offset, int whence);
+
+  // Gives the file its name. Without this call nothing is left, but for KeepPart.
   void Finish();
+
+  // Once a write has failed: keeps what was written under a name that tells it apart, and returns
+  // that name; none if there is nothing to keep.
+  std::filesystem::path KeepPart();
 
  private:
   std::filesystem::path path_, beside_;

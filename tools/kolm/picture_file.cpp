@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iostream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
@@ -13,17 +12,12 @@
 
 #include "tools/kolm/failure.h"
 #include "tools/kolm/new_file.h"
+#include "tools/kolm/progress.h"
 
 namespace kolm {
 namespace {
 
-constexpr int kLargestSide = 32767;           // what the module's scaler holds
-constexpr int64_t kMostPixels = 100'000'000;  // 300 MB of colour values
 constexpr size_t kLargestFile = size_t{512} << 20;
-
-std::string SizeText(int width, int height) {
-  return std::to_string(width) + " x " + std::to_string(height) + " pixels";
-}
 
 std::vector<uchar> ReadFile(const std::filesystem::path& path) {
   std::error_code error;
@@ -71,11 +65,11 @@ bool HasEnd(const std::vector<uchar>& bytes) {
   return false;
 }
 
-[[noreturn]] void FailForSize(const std::filesystem::path& path, const std::string& size) {
-  throw Failure(ExitCode::PictureSize,
-                Quoted(path) + " is too large: " + size + "; expected at most " +
-                    std::to_string(kLargestSide) + " pixels a side and " +
-                    std::to_string(kMostPixels / 1'000'000) + " million altogether");
+[[noreturn]] void FailForSize(const std::string& name, const std::string& size) {
+  throw Failure(ExitCode::PictureSize, name + " is too large: " + size + "; expected at most " +
+                                           std::to_string(kLargestSide) + " pixels a side and " +
+                                           std::to_string(kMostPixels / 1'000'000) +
+                                           " million altogether");
 }
 
 cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem::path& path) {
@@ -85,7 +79,7 @@ cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem
     // OpenCV refuses sizes of its own accord and names the limit that was broken.
     if (error.code == cv::Error::StsNoMem ||
         error.err.find("CV_IO_MAX_IMAGE") != std::string::npos) {
-      FailForSize(path, "it does not fit into memory");
+      FailForSize(Quoted(path), "it does not fit into memory");
     }
     return {};
   }
@@ -122,11 +116,7 @@ DecodedPicture ReadAndDecode(const std::filesystem::path& path) {
                   Quoted(path) + " is not a whole picture of a known format; expected a PNG, " +
                       "JPEG, BMP, TIFF, WebP or PNM file");
   }
-  const cv::Size size = picture.colour.size();
-  if (size.width > kLargestSide || size.height > kLargestSide ||
-      int64_t{size.width} * size.height > kMostPixels) {
-    FailForSize(path, SizeText(size.width, size.height));
-  }
+  CheckLargest(Quoted(path), picture.colour.cols, picture.colour.rows);
   // IMREAD_COLOR turns a camera's pictures upright but drops the alpha plane.
   picture.unchanged = Decode(bytes, cv::IMREAD_UNCHANGED, path);
   return picture;
@@ -134,17 +124,30 @@ DecodedPicture ReadAndDecode(const std::filesystem::path& path) {
 
 }  // namespace
 
+std::string SizeText(int width, int height) {
+  return std::to_string(width) + " x " + std::to_string(height) + " pixels";
+}
+
+void CheckLargest(const std::string& name, int width, int height) {
+  if (width > kLargestSide || height > kLargestSide || int64_t{width} * height > kMostPixels) {
+    FailForSize(name, SizeText(width, height));
+  }
+}
+
+void CheckSmallest(const std::string& name, int width, int height) {
+  if (width < 2 || height < 1) {
+    throw Failure(ExitCode::PictureSize, name + " is too small: " + SizeText(width, height) +
+                                             "; expected a width of at least 2 pixels");
+  }
+}
+
 cv::Mat ReadPicture(const std::filesystem::path& path) {
   const DecodedPicture decoded = ReadAndDecode(path);
   cv::Mat picture = decoded.HasAlpha() ? OnWhite(decoded.unchanged) : decoded.colour;
-  if (picture.cols < 2) {
-    throw Failure(ExitCode::PictureSize,
-                  Quoted(path) + " is too small: " + SizeText(picture.cols, picture.rows) +
-                      "; expected a width of at least 2 pixels");
-  }
+  CheckSmallest(Quoted(path), picture.cols, picture.rows);
   if (picture.cols % 2 != 0) {
-    std::cerr << "kolm: " << Quoted(path) << " is " << picture.cols
-              << " pixels wide; its last column is left out, as widths are even\n";
+    Tell(Quoted(path) + " is " + std::to_string(picture.cols) +
+         " pixels wide; its last column is left out, as widths are even");
     picture = picture.colRange(0, picture.cols - 1).clone();
   }
   return picture;

@@ -1,10 +1,21 @@
 // Picture files: reading any format that OpenCV knows, writing without ever leaving half a file.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <opencv2/core.hpp>
+#include <string>
 
 namespace kolm {
+
+constexpr int kLargestSide = 32767;           // what the module's scaler holds
+constexpr int64_t kMostPixels = 100'000'000;  // 300 MB of colour values
+
+std::string SizeText(int width, int height);
+
+// Each throws Failure if what is called `name` is no size that the tool works with.
+void CheckLargest(const std::string& name, int width, int height);
+void CheckSmallest(const std::string& name, int width, int height);
 
 // 8-bit BGR of even width: a last odd column is cut off, which a line on standard error tells.
 // Transparent parts are laid on white. Throws Failure.

@@ -539,15 +539,48 @@ void DrawRoom(Canvas& canvas, cv::RNG& random) {
   DrawCurtain(canvas, random);
 }
 
-void DrawForeground(Canvas& canvas, cv::RNG& random) {
+void DrawWoman(Canvas& canvas, cv::RNG& random) {
   DrawBackHair(canvas, random);
   DrawBody(canvas, random);
   DrawFace(canvas);
   DrawFrontHair(canvas, random);
+}
+
+void DrawThings(Canvas& canvas, cv::RNG& random) {
   DrawTable(canvas, random);
   DrawFruit(canvas, random);
   DrawMug(canvas);
+}
+
+void DrawForeground(Canvas& canvas, cv::RNG& random) {
+  DrawWoman(canvas, random);
+  DrawThings(canvas, random);
   DrawCat(canvas, random);
+}
+
+// What shows through on a black and on a white ground differs by just as much.
+template <typename Draw>
+SceneLayer LayerOf(Draw draw) {
+  cv::Mat3f onGround[2];
+  for (const int ground : {0, 1}) {
+    cv::RNG random(20);
+    Canvas canvas = NewCanvas(Colour::all(static_cast<float>(ground)));
+    draw(canvas, random);
+    onGround[ground] = Reduced(canvas);
+  }
+  return {onGround[0], onGround[1] - onGround[0]};
+}
+
+// Evening light from the window, and darker corners.
+void DrawLight(Canvas& canvas) {
+  const Shape all = Rectangle(0, 0, kWidth, kHeight);
+  Glow(canvas, all, {190, 200}, 260, 240, Rgb(0xFFD9A0), 0.10f);
+  PaintWith(
+      canvas, all, [](Point) { return Rgb(0x0A0614); },
+      [](Point p) {
+        const float x = (p.x - 310) / 480, y = (p.y - 230) / 380;
+        return std::min(0.5f, 0.75f * (x * x + y * y) * (x * x + y * y));
+      });
 }
 
 }  // namespace
@@ -557,29 +590,18 @@ cv::Mat DrawSampleScene() {
   Canvas canvas = NewCanvas(Colour());
   DrawRoom(canvas, random);
   DrawForeground(canvas, random);
-  // Evening light from the window, and darker corners.
-  const Shape all = Rectangle(0, 0, kWidth, kHeight);
-  Glow(canvas, all, {190, 200}, 260, 240, Rgb(0xFFD9A0), 0.10f);
-  PaintWith(
-      canvas, all, [](Point) { return Rgb(0x0A0614); },
-      [](Point p) {
-        const float x = (p.x - 310) / 480, y = (p.y - 230) / 380;
-        return std::min(0.5f, 0.75f * (x * x + y * y) * (x * x + y * y));
-      });
+  DrawLight(canvas);
   return Finished(canvas);
 }
 
+SampleLayers DrawSampleLayers() {
+  return {LayerOf(DrawRoom), LayerOf(DrawWoman), LayerOf(DrawThings),
+          LayerOf([](Canvas& canvas, cv::RNG&) { DrawLight(canvas); })};
+}
+
 cv::Mat DrawSampleRoomCover() {
-  // What shows through the foreground on a black and on a white ground differs by just as much.
-  cv::Mat3f onGround[2];
-  for (const int ground : {0, 1}) {
-    cv::RNG random(20);
-    Canvas canvas = NewCanvas(Colour::all(static_cast<float>(ground)));
-    DrawForeground(canvas, random);
-    onGround[ground] = Reduced(canvas);
-  }
   cv::Mat1f ground;
-  cv::extractChannel(onGround[1] - onGround[0], ground, 1);
+  cv::extractChannel(LayerOf(DrawForeground).through, ground, 1);
   // The shadows that the foreground casts on the room go with the room.
   constexpr float kThrough = 0.45f;
   cv::Mat cover;

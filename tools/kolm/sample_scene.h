@@ -9,6 +9,17 @@ namespace kolm {
 // 640 x 480 pixels, 8-bit BGR; the same at each call.
 cv::Mat DrawSampleScene();
 
+// 640 x 480 pixels, BGR, 0 to 1: laid over a picture it gives colour + through * picture.
+struct SceneLayer {
+  cv::Mat3f colour, through;
+};
+
+// From the back to the front, without the cat, which would hide her face.
+struct SampleLayers {
+  SceneLayer room, woman, things, light;
+};
+SampleLayers DrawSampleLayers();
+
 // The alpha plane of a background that covers the sample scene's room and leaves the woman, the cat
 // and the table: 640 x 480 pixels, 8-bit, 255 where the room is.
 cv::Mat DrawSampleRoomCover();

@@ -745,6 +745,157 @@ TEST_F(KolmTool, SheetOfAReplacedBackground) {
   ExpectFailure("background-sheet missing.png out.png", 3, "No such file");
 }
 
+// ---- Face tracking ----
+
+// Eyes, nose and mouth in the photograph, of 640 x 480 pixels.
+const cv::Rect kFace(238, 100, 92, 100);
+
+// The photograph moved by `right`.
+cv::Mat MovedPhotograph(int right) {
+  const cv::Mat photograph = cv::imread(KOLM_TEST_PHOTOGRAPH);
+  cv::Mat moved;
+  cv::warpAffine(photograph, moved, cv::Matx23d(1, 0, right, 0, 1, 0), photograph.size(),
+                 cv::INTER_NEAREST, cv::BORDER_REPLICATE);
+  return moved;
+}
+
+// The numbers of an array in a line of the trace; empty for null.
+std::vector<int> Numbers(const std::string& line, const std::string& name) {
+  const std::string start = "\"" + name + "\":[";
+  const size_t at = line.find(start);
+  if (at == std::string::npos) return {};
+  std::istringstream text(line.substr(at + start.size()));
+  std::vector<int> numbers;
+  char comma = 0;
+  for (int number = 0; text >> number; text >> comma) numbers.push_back(number);
+  return numbers;
+}
+
+cv::Rect Rectangle(const std::vector<int>& numbers) {
+  return numbers.size() == 4 ? cv::Rect(numbers[0], numbers[1], numbers[2], numbers[3])
+                             : cv::Rect();
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST_F(KolmTool, FollowsAFaceThroughASequence) {
+  constexpr int kFrames = 24;
+  const auto rightAt = [](int frame) { return std::min(frame, 12) * 5; };
+  const auto name = [](const char* what, int frame) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%s-%03d.png", what, frame);
+    return std::string(text);
+  };
+  for (int i = 0; i < kFrames; ++i) Write(name("in", i), MovedPhotograph(rightAt(i)));
+  ExpectSuccess("track --steps 4 --trace trace in-%03d.png out-%03d.png");
+  ExpectSuccess("track --steps 4 --overlay in-%03d.png drawn-%03d.png");
+  const std::vector<std::string> lines = Lines(FileText(folder / "trace"));
+  ASSERT_EQ(lines.size(), kFrames);
+  EXPECT_EQ(Names().size(), 3 * kFrames + 1);
+  for (int i = 0; i < kFrames; ++i) {
+    SCOPED_TRACE(lines[i]);
+    EXPECT_EQ(lines[i].find("{\"frame\":" + std::to_string(i) + ","), 0u);
+    const cv::Mat source = Read(name("in", i)), result = Read(name("out", i));
+    const cv::Mat drawn = Read(name("drawn", i));
+    ASSERT_EQ(result.size(), source.size());
+    ASSERT_EQ(drawn.size(), source.size());
+    const cv::Rect crop = Rectangle(Numbers(lines[i], "crop"));
+    ASSERT_EQ(crop & cv::Rect({}, source.size()), crop);
+    ASSERT_GT(crop.area(), 0);
+    const cv::Rect face = kFace + cv::Point(rightAt(i), 0);
+    EXPECT_EQ(crop & face, face);
+    if (const cv::Rect box = Rectangle(Numbers(lines[i], "box")); box.area() > 0) {
+      EXPECT_EQ(box & face, face);
+    }
+    // The output is the crop.
+    cv::Mat expected;
+    cv::resize(source(crop), expected, source.size(), 0, 0, cv::INTER_NEAREST);
+    EXPECT_LT(Difference(result, expected), 5);
+    // The crop's border is orange, its inside as it was, the rest darker.
+    const cv::Vec3b border = drawn.at<cv::Vec3b>(crop.br() - cv::Point(2, 2));
+    EXPECT_GT(border[2], 180) << border;
+    EXPECT_LT(border[0], 90) << border;
+    EXPECT_LT(Difference(drawn(face), source(face)), 4);
+    if (crop.x > 40) {
+      const cv::Rect left(0, 0, crop.x - 20, source.rows);
+      EXPECT_LT(cv::mean(drawn(left))[1], 0.7 * cv::mean(source(left))[1]);
+    }
+  }
+  const cv::Rect last = Rectangle(Numbers(lines.back(), "crop"));
+  EXPECT_LT(last.width, 400);
+  EXPECT_GT(last.x, Rectangle(Numbers(lines[6], "crop")).x + 20);
+}
+
+TEST_F(KolmTool, OpensAgainWhenTheFaceIsGone) {
+  const cv::Mat face = MovedPhotograph(0), empty = MovedPhotograph(600);
+  for (int i = 0; i < 30; ++i) {
+    Write("in-" + std::to_string(100 + i) + ".png", i < 12 ? face : empty);
+  }
+  ExpectSuccess("track --steps 4 --trace trace in-%d.png out-%d.png");
+  EXPECT_LT(Difference(Read("out-129.png"), empty), 4);
+  std::vector<std::string> lines = Lines(FileText(folder / "trace"));
+  EXPECT_NE(lines[11].find("\"box\":["), std::string::npos);
+  EXPECT_NE(lines[12].find("\"box\":null"), std::string::npos);
+  EXPECT_LT(Rectangle(Numbers(lines[15], "crop")).width, 400);
+  // The record's own crop has stopped a step earlier.
+  EXPECT_EQ(Rectangle(Numbers(lines[29], "crop")), cv::Rect(0, 0, 640, 480));
+
+  ExpectSuccess("track --steps 4 -y --stay-when-lost --trace trace in-%d.png out-%d.png");
+  lines = Lines(FileText(folder / "trace"));
+  EXPECT_EQ(Rectangle(Numbers(lines[29], "crop")), Rectangle(Numbers(lines[11], "target")));
+  EXPECT_GT(Difference(Read("out-129.png"), empty), 4);
+  // The margin is 20 pixels of the detection picture.
+  ExpectSuccess("track --detect 320x240 --trace small in-100.png one.png");
+  EXPECT_LT(Rectangle(Numbers(FileText(folder / "small"), "box")).width,
+            Rectangle(Numbers(lines[0], "box")).width - 60);
+  ExpectFailure("track --detect 6x4 in-100.png new.png", 2, "the width a multiple of 4");
+  ExpectFailure("track --detect 644x480 in-100.png new.png", 2, "at most the frame's 640 x 480");
+  ExpectFailure("track --steps 0 in-100.png new.png", 2, "--steps");
+}
+
+TEST_F(KolmTool, FilmStripOfFaceTracking) {
+  ExpectSuccess("track-sheet strip.png");
+  const cv::Mat strip = Read("strip.png");
+  // 2 x 8 cells of 280 x 210 under labels of 34 pixels, 20 apart, 28 from the edges, 84 below the
+  // head.
+  ASSERT_EQ(strip.size(), cv::Size(2436, 648));
+  const auto cell = [&](int row, int column) {
+    return strip(cv::Rect(28 + column * 300, 146 + row * 264, 280, 210));
+  };
+  // The first frame is the whole one, and so is the one after she has left; in between and at the
+  // end a part is enlarged.
+  const cv::Rect inside(12, 12, 256, 186);
+  for (int column = 0; column < 8; ++column) {
+    const double difference = Difference(cell(0, column)(inside), cell(1, column)(inside));
+    if (column == 0 || column == 5) {
+      EXPECT_LT(difference, 5) << column;
+    } else {
+      EXPECT_GT(difference, 15) << column;
+    }
+  }
+  EXPECT_LT(Difference(cell(1, 0), cell(1, 5)), 5);
+
+  for (int i = 1; i <= 5; ++i) Write("in-" + std::to_string(i) + ".png", MovedPhotograph(i * 8));
+  ExpectSuccess("track-sheet -y --steps 2 in-%d.png strip.png");
+  EXPECT_EQ(Read("strip.png").size(), cv::Size(2436, 648));
+  // A picture is held still; any shape will do.
+  for (const cv::Size& size : {cv::Size(2, 1), cv::Size(900, 2), cv::Size(500, 750)}) {
+    Write("picture.png", SmallPicture(size.width, size.height));
+    ExpectSuccess("track-sheet -y --steps 2 picture.png strip.png");
+    EXPECT_EQ(Read("strip.png").cols, 2436);
+  }
+  ExpectFailure("track-sheet", 2, "OUTPUT is required");
+  ExpectFailure("track-sheet missing.png new.png", 3, "No such file");
+  ExpectFailure("track-sheet in-%d.png strip.png", 7, "exists already; give -y");
+  WriteText(folder / "in-6.png", "no picture");
+  ExpectFailure("track-sheet in-%d.png new.png", 11, "in-6.png");
+}
+
 TEST_F(KolmTool, DebuggerLinesGoWhereTheyAreSent) {
   const Outcome outcome = Run("--debug-log - effects");
   EXPECT_EQ(outcome.code, 0);
@@ -755,7 +906,7 @@ TEST_F(KolmTool, DebuggerLinesGoWhereTheyAreSent) {
 
 TEST_F(KolmTool, ExplainsItsCommandLine) {
   for (const std::string command : {"", "effects ", "sheet ", "apply ", "store ", "store create ",
-                                    "background ", "background-sheet "}) {
+                                    "background ", "background-sheet ", "track ", "track-sheet "}) {
     SCOPED_TRACE(command);
     const Outcome outcome = Run(command + "--help");
     EXPECT_EQ(outcome.code, 0);

@@ -1,0 +1,76 @@
+// kolm background: a record or a bitmap over a live picture.
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/kolm/background_record.h"
+#include "tools/kolm/background_store.h"
+#include "tools/kolm/commands.h"
+#include "tools/kolm/pipeline.h"
+
+namespace kolm {
+namespace {
+
+struct BackgroundOptions : MediaArguments {
+  std::string store, bitmap;
+  uint32_t record = 1;
+};
+
+void LayBackground(const BackgroundOptions& options) {
+  std::vector<uint8_t> record;
+  if (options.bitmap.empty()) {
+    // For a record that is not there the module would read nothing and succeed.
+    CheckRecord(options.store, options.record);
+    record = LoadFromStore(options.store, options.record);
+  } else {
+    record = LoadFromBitmap(options.bitmap);
+  }
+  ProcessMedia(options, [&](const MediaShape& shape) -> FrameWork {
+    const auto width = static_cast<uint32_t>(shape.width);
+    const auto height = static_cast<uint32_t>(shape.height);
+    const auto results =
+        std::make_shared<FramePool>(shape.width, shape.height, AV_PIX_FMT_YUYV422, 1);
+    return [width, height, results,
+            scaled = ScaleRecord(record, shape.width, shape.height)](FramePointer live) {
+      // A decoder may still need its frame.
+      FramePointer result = av_frame_is_writable(live.get()) ? nullptr : results->Get();
+      const uint8_t* from = live->data[0];
+      if (!result) result = std::move(live);
+      Kolm_BG_AlphaBlending(width, height, scaled.data(), from, result->data[0]);
+      return result;
+    };
+  });
+}
+
+}  // namespace
+
+void AddBackgroundCommand(CLI::App& app, Work& work) {
+  const auto options = std::make_shared<BackgroundOptions>();
+  CLI::App* command = app.add_subcommand(
+      "background", "Replace the background of a picture or video by a record or a bitmap");
+  CLI::Option_group* source = command->add_option_group("Background");
+  CLI::Option* storeOption =
+      source->add_option("--store", options->store, "Take a record of this store")
+          ->type_name("FILE");
+  source
+      ->add_option("--bitmap", options->bitmap,
+                   "Take an uncompressed bitmap file of 24 or 32 bits a pixel")
+      ->type_name("FILE");
+  source->require_option(1);
+  command->add_option("--record", options->record, "The record's number, from 1; by default 1")
+      ->needs(storeOption)
+      ->type_name("N");
+  AddMediaArguments(command, *options);
+  command->footer(
+      std::string(kAboutMedia) +
+      "\n\nThe module loads the background, scales it to the frames' size and blends the two by "
+      "\nthe background's alpha plane.\n\nExamples:\n  kolm background --store KolmBg.img "
+      "--record 2 portrait.jpg travelling.png\n  kolm background --bitmap frame.bmp talk.mp4 "
+      "framed.mp4");
+  command->callback([&work, options] { work = [options] { LayBackground(*options); }; });
+}
+
+}  // namespace kolm

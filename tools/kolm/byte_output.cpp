@@ -1,0 +1,71 @@
+// Output into a new file or a pipe.
+#include "tools/kolm/byte_output.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tools/kolm/failure.h"
+#include "tools/kolm/new_file.h"
+
+namespace kolm {
+namespace {
+
+class FileOutput : public ByteOutput {
+ public:
+  FileOutput(const std::filesystem::path& path, bool overwrite) : file_(path, overwrite) {}
+
+  void Write(const void* bytes, size_t count) override { file_.Write(bytes, count); }
+  bool CanSeek() const override { return true; }
+  int64_t Seek(int64_t offset, int whence) override { return file_.Seek(offset, whence); }
+  void Finish() override { file_.Finish(); }
+  std::string Abandon() override {
+    const std::filesystem::path part = file_.KeepPart();
+    return part.empty() ? "" : "what was written until then is in " + Quoted(part);
+  }
+
+ private:
+  NewFile file_;
+};
+
+class StandardOutput : public ByteOutput {
+ public:
+  StandardOutput() {
+    // Frames then need fewer turns of both sides. Refused for what is no pipe.
+    constexpr int kPipeBytes = 1 << 20;
+    fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeBytes);
+  }
+
+  void Write(const void* bytes, size_t count) override {
+    const char* next = static_cast<const char*>(bytes);
+    while (count > 0) {
+      const ssize_t written = write(STDOUT_FILENO, next, count);
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0 && errno == EPIPE) {
+        throw Failure(ExitCode::ClosedPipe, "");
+      }
+      if (written < 0) {
+        throw Failure(ExitCode::UnwritableOutput,
+                      std::string("cannot write to standard output: ") + std::strerror(errno) +
+                          "; expected a program that reads it, or a file with room for it");
+      }
+      next += written;
+      count -= static_cast<size_t>(written);
+    }
+  }
+  bool CanSeek() const override { return false; }
+  int64_t Seek(int64_t, int) override { return -1; }
+  void Finish() override {}
+  std::string Abandon() override { return {}; }
+};
+
+}  // namespace
+
+std::unique_ptr<ByteOutput> OpenByteOutput(const std::filesystem::path& path, bool overwrite) {
+  if (path == "-") return std::make_unique<StandardOutput>();
+  return std::make_unique<FileOutput>(path, overwrite);
+}
+
+}  // namespace kolm

@@ -1,0 +1,31 @@
+// Where encoded or raw video goes: a new file, or standard output.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace kolm {
+
+// Each call throws Failure.
+class ByteOutput {
+ public:
+  virtual ~ByteOutput() = default;
+
+  virtual void Write(const void* bytes, size_t count) = 0;
+
+  virtual bool CanSeek() const = 0;
+  virtual int64_t Seek(int64_t offset, int whence) = 0;
+
+  virtual void Finish() = 0;
+
+  // Keeps what was written and tells where, for a message.
+  virtual std::string Abandon() = 0;
+};
+
+// `path` may be "-" for standard output.
+std::unique_ptr<ByteOutput> OpenByteOutput(const std::filesystem::path& path, bool overwrite);
+
+}  // namespace kolm

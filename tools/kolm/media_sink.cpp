@@ -1,0 +1,129 @@
+// Chooses among the kinds of sinks by name.
+#include "tools/kolm/media_sink.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tools/kolm/byte_output.h"
+#include "tools/kolm/failure.h"
+#include "tools/kolm/media_source.h"
+#include "tools/kolm/new_file.h"
+#include "tools/kolm/packed_yuv.h"
+#include "tools/kolm/picture_file.h"
+#include "tools/kolm/video_sink.h"
+
+namespace kolm {
+namespace {
+
+// One picture, or a numbered sequence of them.
+class PictureSink : public FrameSink {
+ public:
+  PictureSink(const SinkOptions& options, const MediaShape& shape)
+      : options_(options),
+        isSequence_(IsNumberedName(options.output)),
+        number_(shape.firstNumber) {}
+
+  void Write(MediaItem item) override {
+    if (!item.frame) return;
+    if (!isSequence_ && isWritten_) {
+      FailToWrite(options_.output,
+                  "the input has more than one frame, the output is one picture (for a sequence "
+                  "its name needs a number's place, as in out-%04d.png)");
+    }
+    const AVFrame& frame = *item.frame;
+    const std::vector<uint8_t> bytes(
+        frame.data[0], frame.data[0] + static_cast<size_t>(frame.linesize[0]) * frame.height);
+    cv::Mat picture = PictureFromPacked(bytes, {frame.width, frame.height});
+    if (isSequence_) {
+      WritePicture(picture, Name(number_++), options_.overwrite);
+    } else {
+      picture_ = std::move(picture);
+    }
+    isWritten_ = true;
+  }
+
+  void Finish() override {
+    if (!isSequence_) WritePicture(picture_, options_.output, options_.overwrite);
+  }
+
+  std::string Abandon() override {
+    return isSequence_ && isWritten_ ? "the pictures before it are there" : "";
+  }
+
+ private:
+  std::filesystem::path Name(int64_t number) const {
+    char name[4096];
+    const std::filesystem::path pattern = options_.output;
+    if (av_get_frame_filename2(name, sizeof name, pattern.filename().c_str(),
+                               static_cast<int>(number), 0) < 0) {
+      FailToWrite(pattern, "its name has no single place for a number");
+    }
+    return pattern.parent_path() / name;
+  }
+
+  SinkOptions options_;
+  bool isSequence_;
+  int64_t number_;
+  bool isWritten_ = false;
+  cv::Mat picture_;
+};
+
+// Packed frames, one behind the other.
+class RawSink : public FrameSink {
+ public:
+  explicit RawSink(const SinkOptions& options)
+      : output_(OpenByteOutput(options.output, options.overwrite)) {}
+
+  void Write(MediaItem item) override {
+    if (!item.frame) return;
+    const AVFrame& frame = *item.frame;
+    output_->Write(frame.data[0], static_cast<size_t>(frame.linesize[0]) * frame.height);
+  }
+  void Finish() override { output_->Finish(); }
+  std::string Abandon() override { return output_->Abandon(); }
+
+ private:
+  std::unique_ptr<ByteOutput> output_;
+};
+
+bool IsPictureName(const std::string& output) {
+  const std::filesystem::path path = output;
+  return output != "-" && path.has_extension() && cv::haveImageWriter(path.filename().string());
+}
+
+bool IsRawName(const SinkOptions& options) {
+  const std::string extension = std::filesystem::path(options.output).extension().string();
+  return options.format == "rawvideo" ||
+         (options.format.empty() && options.output != "-" && extension == ".yuv");
+}
+
+}  // namespace
+
+void CheckSink(const SinkOptions& options) {
+  if (options.output != "-") {
+    CheckPlace(options.output, true);
+    if (!IsPictureName(options.output) && !IsRawName(options)) CheckVideoFormat(options);
+    CheckPlace(options.output, options.overwrite);
+  } else if (!options.format.empty() && options.format != "rawvideo") {
+    CheckVideoFormat(options);
+  }
+}
+
+std::unique_ptr<FrameSink> OpenSink(const SinkOptions& options, const MediaShape& shape) {
+  if (options.format.empty() && IsPictureName(options.output)) {
+    return std::make_unique<PictureSink>(options, shape);
+  }
+  SinkOptions chosen = options;
+  if (options.output == "-" && options.format.empty()) {
+    chosen.format = shape.isRaw ? "rawvideo" : "yuv4mpegpipe";
+  }
+  if (IsRawName(chosen) && chosen.codec.empty()) return std::make_unique<RawSink>(chosen);
+  return OpenVideoSink(chosen, shape);
+}
+
+}  // namespace kolm

@@ -1,0 +1,196 @@
+// Chooses among the kinds of sources by name and by the first bytes.
+#include "tools/kolm/media_source.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <new>
+#include <opencv2/imgcodecs.hpp>
+#include <regex>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "tools/kolm/failure.h"
+#include "tools/kolm/frame_conversion.h"
+#include "tools/kolm/new_file.h"
+#include "tools/kolm/packed_yuv.h"
+#include "tools/kolm/picture_file.h"
+#include "tools/kolm/progress.h"
+#include "tools/kolm/raw_source.h"
+#include "tools/kolm/stop_request.h"
+#include "tools/kolm/video_source.h"
+
+namespace kolm {
+namespace {
+
+const std::regex kNumberField("%(0[0-9]*|[1-9][0-9]*)?d");
+
+// Picture files, one a frame.
+class PictureSource : public FrameSource {
+ public:
+  PictureSource(std::vector<std::filesystem::path> paths, const SourceOptions& options)
+      : paths_(std::move(paths)) {
+    if (options.rate.num > 0) shape_.rate = options.rate;
+    shape_.timeBase = av_inv_q(shape_.rate);
+    shape_.frames = static_cast<int64_t>(paths_.size());
+    first_ = ReadPicture(paths_[0]);
+    shape_.width = first_.cols;
+    shape_.height = first_.rows;
+  }
+
+  void SetFirstNumber(int64_t number) { shape_.firstNumber = number; }
+
+  bool Next(MediaItem& item) override {
+    if (next_ == paths_.size()) return false;
+    cv::Mat picture;
+    try {
+      picture = next_ == 0 ? std::exchange(first_, {}) : ReadPicture(paths_[next_]);
+    } catch (const Failure& failure) {
+      damage_ = failure.what();
+      return false;
+    }
+    item.frame = NewFrame();
+    AVFrame& frame = *item.frame;
+    frame.width = picture.cols;
+    frame.height = picture.rows;
+    frame.format = AV_PIX_FMT_YUYV422;
+    auto bytes = std::make_unique<std::vector<uint8_t>>(PackedFromPicture(picture));
+    frame.buf[0] = av_buffer_create(
+        bytes->data(), bytes->size(),
+        [](void* opaque, uint8_t*) { delete static_cast<std::vector<uint8_t>*>(opaque); },
+        bytes.get(), 0);
+    if (frame.buf[0] == nullptr) throw std::bad_alloc();
+    frame.data[0] = bytes.release()->data();
+    frame.linesize[0] = picture.cols * 2;
+    if (picture.cols != shape_.width || picture.rows != shape_.height) {
+      item.frame = Fitted(std::move(item.frame));
+    }
+    item.frame->pts = static_cast<int64_t>(next_++);
+    return true;
+  }
+
+ private:
+  FramePointer Fitted(FramePointer frame) {
+    Tell(Quoted(paths_[next_]) + " is scaled from " + SizeText(frame->width, frame->height) +
+         " to the first picture's " + SizeText(shape_.width, shape_.height));
+    if (!converter_) converter_ = std::make_unique<PackedConverter>(shape_.width, shape_.height);
+    return converter_->Convert(std::move(frame));
+  }
+
+  std::vector<std::filesystem::path> paths_;
+  size_t next_ = 0;
+  cv::Mat first_;
+  std::unique_ptr<PackedConverter> converter_;
+};
+
+// The files that a numbered name stands for, in the order of their numbers.
+std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
+  const std::filesystem::path pattern = options.input;
+  const std::filesystem::path folder = pattern.has_parent_path() ? pattern.parent_path() : ".";
+  const std::string name = pattern.filename().string();
+  std::smatch field;
+  std::regex_search(name, field, kNumberField);
+  const std::string before = field.prefix(), after = field.suffix();
+  std::vector<std::pair<int, std::filesystem::path>> found;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; entry != end;
+       entry.increment(error)) {
+    const std::string candidate = entry->path().filename().string();
+    if (candidate.size() <= before.size() + after.size()) continue;
+    const std::string digits =
+        candidate.substr(before.size(), candidate.size() - before.size() - after.size());
+    char expanded[1024];
+    if (digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos) continue;
+    const int number = std::stoi(digits);
+    if (av_get_frame_filename2(expanded, sizeof expanded, name.c_str(), number, 0) == 0 &&
+        candidate == expanded) {
+      found.emplace_back(number, pattern.has_parent_path() ? folder / candidate
+                                                           : std::filesystem::path(candidate));
+    }
+  }
+  if (error || found.empty()) {
+    throw Failure(ExitCode::UnreadablePicture,
+                  "cannot read " + Quoted(options.input) + ": " +
+                      (error ? error.message() : "there is no picture of such a name") +
+                      "; expected numbered picture files");
+  }
+  std::sort(found.begin(), found.end());
+  std::vector<std::filesystem::path> paths;
+  for (const auto& [number, path] : found) paths.push_back(path);
+  auto source = std::make_unique<PictureSource>(std::move(paths), options);
+  source->SetFirstNumber(found[0].first);
+  return source;
+}
+
+// By the file's name or its first bytes.
+bool IsPicture(const std::filesystem::path& path) {
+  try {
+    return (path.has_extension() && cv::haveImageWriter(path.filename().string())) ||
+           cv::haveImageReader(path.string());
+  } catch (const cv::Exception&) {
+    return false;
+  }
+}
+
+[[noreturn]] void FailToRead(const std::string& input, const std::string& reason) {
+  throw Failure(ExitCode::UnreadablePicture,
+                "cannot read " + Quoted(input) + ": " + reason +
+                    "; expected a picture, a video, a device such as /dev/video0, or - for "
+                    "standard input");
+}
+
+std::unique_ptr<FrameSource> OpenStandardInput(const SourceOptions& options) {
+  constexpr std::string_view kMagic = "YUV4MPEG2";
+  std::string start(kMagic.size(), '\0');
+  size_t size = 0;
+  while (size < start.size()) {
+    WaitForInput(STDIN_FILENO);
+    if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
+    const ssize_t count = read(STDIN_FILENO, &start[size], start.size() - size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) FailToRead("-", std::strerror(errno));
+    if (count == 0) break;
+    size += static_cast<size_t>(count);
+  }
+  start.resize(size);
+  if (start.empty()) FailToRead("-", "it is empty");
+  if (options.width > 0 && start != kMagic) return OpenRawSource(STDIN_FILENO, start, options);
+  return OpenVideoStream(start, options);
+}
+
+}  // namespace
+
+bool IsNumberedName(const std::string& name) {
+  return std::regex_search(std::filesystem::path(name).filename().string(), kNumberField);
+}
+
+std::unique_ptr<FrameSource> OpenSource(const SourceOptions& options) {
+  if (options.input == "-") return OpenStandardInput(options);
+  if (std::regex_match(options.input, std::regex("/dev/video[0-9]+"))) return OpenDevice(options);
+  struct stat status;
+  const bool exists = stat(options.input.c_str(), &status) == 0;
+  if (!exists && IsNumberedName(options.input)) return OpenSequence(options);
+  if (!exists) FailToRead(options.input, std::strerror(errno));
+  if (S_ISDIR(status.st_mode)) FailToRead(options.input, "it is a directory");
+  // A named pipe would lose the bytes that are looked at.
+  if (S_ISREG(status.st_mode) && IsPicture(options.input)) {
+    return std::make_unique<PictureSource>(std::vector<std::filesystem::path>{options.input},
+                                           options);
+  }
+  if (S_ISREG(status.st_mode) && status.st_size == 0) FailToRead(options.input, "it is empty");
+  if (options.width > 0) {
+    const int file = open(options.input.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) FailToRead(options.input, std::strerror(errno));
+    return OpenRawSource(file, "", options);
+  }
+  return OpenVideo(options);
+}
+
+}  // namespace kolm

@@ -1,0 +1,354 @@
+// Converts, encodes and multiplexes.
+#include "tools/kolm/video_sink.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/kolm/byte_output.h"
+#include "tools/kolm/failure.h"
+#include "tools/kolm/frame_conversion.h"
+#include "tools/kolm/new_file.h"
+#include "tools/kolm/progress.h"
+
+namespace kolm {
+namespace {
+
+constexpr int kDefaultQuality = 18;
+constexpr int kDefaultScale = 3;  // of encoders that have a quantiser's scale instead
+
+const AVOutputFormat* Format(const SinkOptions& options) {
+  const bool isNamed = !options.format.empty();
+  const AVOutputFormat* format = isNamed
+                                     ? av_guess_format(options.format.c_str(), nullptr, nullptr)
+                                     : av_guess_format(nullptr, options.output.c_str(), nullptr);
+  // Those that open files by themselves would leave them half written.
+  if (format == nullptr || format->video_codec == AV_CODEC_ID_NONE ||
+      (format->flags & AVFMT_NOFILE) != 0) {
+    if (isNamed) {
+      throw Failure(ExitCode::UnwritableOutput,
+                    "there is no video format '" + options.format +
+                        "'; expected the name of a muxer of FFmpeg's libraries, such as "
+                        "yuv4mpegpipe, rawvideo or matroska");
+    }
+    const std::string extension = std::filesystem::path(options.output).extension().string();
+    FailToWrite(options.output,
+                "no picture format and no video format has the extension '" + extension + "'");
+  }
+  return format;
+}
+
+const AVCodec* Encoder(const SinkOptions& options, const AVOutputFormat& format) {
+  const AVCodec* codec = options.codec.empty()
+                             ? avcodec_find_encoder(format.video_codec)
+                             : avcodec_find_encoder_by_name(options.codec.c_str());
+  if (codec == nullptr || codec->type != AVMEDIA_TYPE_VIDEO) {
+    throw Failure(ExitCode::UnwritableOutput,
+                  options.codec.empty()
+                      ? "there is no encoder for the format '" + std::string(format.name) +
+                            "'; name one with --codec, or choose another extension"
+                      : "there is no video encoder '" + options.codec +
+                            "'; expected the name of one of FFmpeg's libraries, such as libx264, "
+                            "ffv1 or mpeg4");
+  }
+  return codec;
+}
+
+// Frames keep their colour in every row where the codec is lossless or takes nothing less; others
+// are 4:2:0, which every player shows.
+AVPixelFormat EncoderFormat(const AVCodec& codec, const MediaShape& shape) {
+  const auto takes = [&](AVPixelFormat format) {
+    if (codec.pix_fmts == nullptr) return format == AV_PIX_FMT_YUYV422;
+    for (const AVPixelFormat* each = codec.pix_fmts; *each != AV_PIX_FMT_NONE; ++each) {
+      if (*each == format) return true;
+    }
+    return false;
+  };
+  const bool canHalve = shape.height % 2 == 0;
+  if (codec.id == AV_CODEC_ID_WRAPPED_AVFRAME) {
+    return canHalve && shape.halvesChroma ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV422P;
+  }
+  if (takes(AV_PIX_FMT_YUYV422)) return AV_PIX_FMT_YUYV422;
+  if (codec.id == AV_CODEC_ID_MJPEG) return AV_PIX_FMT_YUVJ422P;
+  const AVCodecDescriptor* description = avcodec_descriptor_get(codec.id);
+  const bool isLossy = description == nullptr || (description->props & AV_CODEC_PROP_LOSSY) != 0;
+  if (isLossy && canHalve && takes(AV_PIX_FMT_YUV420P)) return AV_PIX_FMT_YUV420P;
+  if (takes(AV_PIX_FMT_YUV422P)) return AV_PIX_FMT_YUV422P;
+  if (takes(AV_PIX_FMT_YUV420P)) return AV_PIX_FMT_YUV420P;
+  return avcodec_find_best_pix_fmt_of_list(codec.pix_fmts, AV_PIX_FMT_YUYV422, 0, nullptr);
+}
+
+// Rates of these are a few fixed ones, or their clock is too coarse for a container's.
+bool NeedsFixedRate(AVCodecID codec) {
+  return codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO ||
+         codec == AV_CODEC_ID_MPEG4 || codec == AV_CODEC_ID_H263 ||
+         codec == AV_CODEC_ID_WRAPPED_AVFRAME;
+}
+
+struct FreeOutput {
+  void operator()(AVFormatContext* output) const { avformat_free_context(output); }
+};
+
+struct FreeIo {
+  void operator()(AVIOContext* io) const {
+    av_freep(&io->buffer);
+    avio_context_free(&io);
+  }
+};
+
+class VideoSink : public FrameSink {
+ public:
+  VideoSink(const SinkOptions& options, const MediaShape& shape)
+      : options_(options), sourceTimeBase_(shape.timeBase) {
+    const AVOutputFormat* format = Format(options);
+    const AVCodec* codec = Encoder(options, *format);
+    AVFormatContext* output = nullptr;
+    if (avformat_alloc_output_context2(&output, format, nullptr, nullptr) < 0) {
+      throw std::bad_alloc();
+    }
+    muxer_.reset(output);
+    OpenEncoder(*codec, shape);
+    AddStreams(shape);
+    packet_ = NewPacket();
+
+    bytes_ = OpenByteOutput(options.output, options.overwrite);
+    constexpr int kBuffer = 1 << 18;
+    auto* buffer = static_cast<uint8_t*>(av_malloc(kBuffer));
+    if (buffer == nullptr) throw std::bad_alloc();
+    io_.reset(avio_alloc_context(buffer, kBuffer, 1, this, nullptr, WriteBytes,
+                                 bytes_->CanSeek() ? SeekBytes : nullptr));
+    if (!io_) {
+      av_free(buffer);
+      throw std::bad_alloc();
+    }
+    muxer_->pb = io_.get();
+    muxer_->flags |= AVFMT_FLAG_CUSTOM_IO;
+    Check(avformat_write_header(muxer_.get(), nullptr), "its header");
+    hasHeader_ = true;
+  }
+
+  ~VideoSink() override {
+    // Multiplexers free what they keep only here; nothing of it is to be written.
+    if (hasHeader_ && !isFinished_) {
+      isClosed_ = true;
+      av_write_trailer(muxer_.get());
+    }
+  }
+  VideoSink(const VideoSink&) = delete;
+  VideoSink& operator=(const VideoSink&) = delete;
+
+  void Write(MediaItem item) override {
+    if (item.sound) {
+      WriteSound(std::move(item.sound));
+      return;
+    }
+    FramePointer frame = converter_->Convert(std::move(item.frame));
+    frame->pts =
+        std::max(av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base), lastTime_ + 1);
+    lastTime_ = frame->pts;
+    Check(avcodec_send_frame(encoder_.get(), frame.get()), "a frame");
+    WritePackets();
+  }
+
+  void Finish() override {
+    Check(avcodec_send_frame(encoder_.get(), nullptr), "its end");
+    WritePackets();
+    isFinished_ = true;
+    Check(av_write_trailer(muxer_.get()), "its end");
+    avio_flush(io_.get());
+    Check(io_->error, "its end");
+    bytes_->Finish();
+  }
+
+  std::string Abandon() override {
+    isClosed_ = true;
+    return bytes_->Abandon();
+  }
+
+ private:
+  void OpenEncoder(const AVCodec& codec, const MediaShape& shape) {
+    encoder_.reset(avcodec_alloc_context3(&codec));
+    if (!encoder_) throw std::bad_alloc();
+    AVCodecContext& encoder = *encoder_;
+    encoder.width = shape.width;
+    encoder.height = shape.height;
+    encoder.pix_fmt = EncoderFormat(codec, shape);
+    encoder.sample_aspect_ratio = shape.pixelAspect;
+    encoder.framerate = shape.rate;
+    const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0;
+    encoder.time_base =
+        isVariable && !NeedsFixedRate(codec.id) ? shape.timeBase : av_inv_q(shape.rate);
+    const bool fullRange = encoder.pix_fmt == AV_PIX_FMT_YUVJ422P || IsRgb(encoder.pix_fmt);
+    encoder.color_range = fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    encoder.colorspace = IsRgb(encoder.pix_fmt) ? AVCOL_SPC_RGB : AVCOL_SPC_SMPTE170M;
+    if (shape.picture != nullptr) {
+      encoder.color_primaries = shape.picture->codecpar->color_primaries;
+      encoder.color_trc = shape.picture->codecpar->color_trc;
+    }
+    encoder.thread_count = 0;
+    if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
+      encoder.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
+    SetQuality(encoder);
+    if (const int error = avcodec_open2(&encoder, &codec, nullptr); error < 0) {
+      FailToEncode("the encoder '" + std::string(codec.name) + "' does not take frames of " +
+                   std::to_string(shape.width) + " x " + std::to_string(shape.height) +
+                   " pixels at " + std::to_string(av_q2d(shape.rate)) +
+                   " a second: " + AvErrorText(error));
+    }
+    converter_ =
+        std::make_unique<EncoderConverter>(shape.width, shape.height, encoder.pix_fmt, fullRange);
+  }
+
+  void SetQuality(AVCodecContext& encoder) const {
+    const bool isGiven = options_.quality >= 0;
+    const int quality = isGiven ? options_.quality : kDefaultQuality;
+    encoder.bit_rate = 0;
+    if (encoder.priv_data != nullptr && encoder.codec->priv_class != nullptr &&
+        av_opt_set_int(encoder.priv_data, "crf", quality, 0) >= 0) {
+      // A preview is wanted soon.
+      av_opt_set(encoder.priv_data, "preset", "veryfast", 0);
+      av_opt_set(encoder.priv_data, "deadline", "realtime", 0);
+    } else {
+      encoder.flags |= AV_CODEC_FLAG_QSCALE;
+      encoder.global_quality = FF_QP2LAMBDA * (isGiven ? options_.quality : kDefaultScale);
+    }
+  }
+
+  void AddStreams(const MediaShape& shape) {
+    stream_ = NewStream();
+    if (avcodec_parameters_from_context(stream_->codecpar, encoder_.get()) < 0) {
+      throw std::bad_alloc();
+    }
+    stream_->time_base = encoder_->time_base;
+    stream_->avg_frame_rate = shape.rate;
+    stream_->sample_aspect_ratio = shape.pixelAspect;
+    if (shape.picture != nullptr) {
+      // So that a telephone's upright video stays upright.
+      size_t size = 0;
+      const uint8_t* matrix =
+          av_stream_get_side_data(shape.picture, AV_PKT_DATA_DISPLAYMATRIX, &size);
+      uint8_t* copy = matrix == nullptr
+                          ? nullptr
+                          : av_stream_new_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, size);
+      if (copy != nullptr) std::copy_n(matrix, size, copy);
+    }
+    for (AVStream* sound : shape.sounds) {
+      const AVCodecID codec = sound->codecpar->codec_id;
+      const bool hasSound = muxer_->oformat->audio_codec != AV_CODEC_ID_NONE;
+      if (!hasSound || avformat_query_codec(muxer_->oformat, codec, FF_COMPLIANCE_NORMAL) == 0) {
+        Tell("sound in " + std::string(avcodec_get_name(codec)) + " is left out: the format '" +
+             muxer_->oformat->name + "' does not hold it");
+        continue;
+      }
+      AVStream* stream = NewStream();
+      if (avcodec_parameters_copy(stream->codecpar, sound->codecpar) < 0) throw std::bad_alloc();
+      stream->codecpar->codec_tag = 0;
+      stream->time_base = sound->time_base;
+      sounds_.push_back({sound->index, sound->time_base, stream});
+    }
+  }
+
+  AVStream* NewStream() {
+    AVStream* stream = avformat_new_stream(muxer_.get(), nullptr);
+    if (stream == nullptr) throw std::bad_alloc();
+    return stream;
+  }
+
+  void WriteSound(PacketPointer packet) {
+    for (const Sound& sound : sounds_) {
+      if (sound.index != packet->stream_index) continue;
+      packet->stream_index = sound.stream->index;
+      packet->pos = -1;
+      av_packet_rescale_ts(packet.get(), sound.timeBase, sound.stream->time_base);
+      Check(av_interleaved_write_frame(muxer_.get(), packet.get()), "sound");
+    }
+  }
+
+  void WritePackets() {
+    int result = 0;
+    while ((result = avcodec_receive_packet(encoder_.get(), packet_.get())) == 0) {
+      packet_->stream_index = stream_->index;
+      if (packet_->duration == 0) {
+        packet_->duration = av_rescale_q(1, av_inv_q(encoder_->framerate), encoder_->time_base);
+      }
+      av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
+      Check(av_interleaved_write_frame(muxer_.get(), packet_.get()), "a frame");
+    }
+    if (result != AVERROR(EAGAIN) && result != AVERROR_EOF) Check(result, "a frame");
+  }
+
+  // The reason of a failed write is better known than libavformat tells it.
+  void Check(int result, const char* what) {
+    if (failure_) std::rethrow_exception(failure_);
+    if (result < 0) FailToEncode(std::string(what) + " is refused: " + AvErrorText(result));
+  }
+
+  [[noreturn]] void FailToEncode(const std::string& reason) const {
+    throw Failure(ExitCode::UnwritableOutput, "cannot write " + Quoted(options_.output) + ": " +
+                                                  reason +
+                                                  "; expected a format and a codec that go "
+                                                  "together, see --codec");
+  }
+
+  static int WriteBytes(void* opaque, uint8_t* bytes, int count) {
+    auto& sink = *static_cast<VideoSink*>(opaque);
+    if (sink.isClosed_ || sink.failure_) return AVERROR(EIO);
+    try {
+      sink.bytes_->Write(bytes, static_cast<size_t>(count));
+      return count;
+    } catch (...) {
+      sink.failure_ = std::current_exception();
+      return AVERROR(EIO);
+    }
+  }
+
+  static int64_t SeekBytes(void* opaque, int64_t offset, int whence) {
+    auto& sink = *static_cast<VideoSink*>(opaque);
+    if (sink.isClosed_ || sink.failure_ || (whence & AVSEEK_SIZE) != 0) return AVERROR(EIO);
+    try {
+      return sink.bytes_->Seek(offset, whence & ~AVSEEK_FORCE);
+    } catch (...) {
+      sink.failure_ = std::current_exception();
+      return AVERROR(EIO);
+    }
+  }
+
+  struct Sound {
+    int index;  // in the source
+    AVRational timeBase;
+    AVStream* stream;
+  };
+
+  SinkOptions options_;
+  AVRational sourceTimeBase_;
+  std::unique_ptr<ByteOutput> bytes_;
+  std::unique_ptr<AVIOContext, FreeIo> io_;
+  std::unique_ptr<AVFormatContext, FreeOutput> muxer_;
+  CodecPointer encoder_;
+  std::unique_ptr<EncoderConverter> converter_;
+  AVStream* stream_ = nullptr;
+  std::vector<Sound> sounds_;
+  PacketPointer packet_;
+  int64_t lastTime_ = INT64_MIN / 2;
+  std::exception_ptr failure_;
+  bool hasHeader_ = false, isFinished_ = false, isClosed_ = false;
+};
+
+}  // namespace
+
+void CheckVideoFormat(const SinkOptions& options) { Encoder(options, *Format(options)); }
+
+std::unique_ptr<FrameSink> OpenVideoSink(const SinkOptions& options, const MediaShape& shape) {
+  return std::make_unique<VideoSink>(options, shape);
+}
+
+}  // namespace kolm

@@ -1,0 +1,19 @@
+// Videos and cameras by FFmpeg's libraries.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "tools/kolm/media_source.h"
+
+namespace kolm {
+
+// Each reads until the first frame is there and throws Failure.
+std::unique_ptr<FrameSource> OpenVideo(const SourceOptions& options);
+std::unique_ptr<FrameSource> OpenDevice(const SourceOptions& options);
+
+// A container on standard input, of which the bytes `start` have been read already.
+std::unique_ptr<FrameSource> OpenVideoStream(const std::string& start,
+                                             const SourceOptions& options);
+
+}  // namespace kolm
