@@ -9,10 +9,10 @@ namespace kolm {
 // The tool's exit codes; the text of --help lists them too.
 enum class ExitCode {
   Success = 0,
-  Unexpected = 1,   // anything without a code of its own
-  CommandLine = 2,  // options or arguments that are not understood
+  Unexpected = 1,         // anything without a code of its own
+  CommandLine = 2,        // options or arguments that are not understood
   UnreadablePicture = 3,  // or video, or device
-  PictureSize = 4,  // a picture that is too small or too large
+  PictureSize = 4,        // a picture that is too small or too large
   UnknownEffect = 5,
   ParameterRange = 6,
   OutputExists = 7,
