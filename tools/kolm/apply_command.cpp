@@ -20,7 +20,7 @@ struct ApplyOptions : MediaArguments {
 
 // The left half of the source over the result's, in whole pixel pairs.
 void KeepLeftHalf(const AVFrame& source, AVFrame& result) {
-  const auto bytes = static_cast<size_t>(source.width / 4 * 4);
+  const auto bytes = static_cast<size_t>(source.width) / 4 * 4;
   for (int row = 0; row < source.height; ++row) {
     std::memcpy(result.data[0] + static_cast<ptrdiff_t>(row) * result.linesize[0],
                 source.data[0] + static_cast<ptrdiff_t>(row) * source.linesize[0], bytes);

@@ -123,6 +123,7 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
   }
   std::sort(found.begin(), found.end());
   std::vector<std::filesystem::path> paths;
+  paths.reserve(found.size());
   for (const auto& [number, path] : found) paths.push_back(path);
   auto source = std::make_unique<PictureSource>(std::move(paths), options);
   source->SetFirstNumber(found[0].first);

@@ -239,7 +239,9 @@ TEST_F(KolmMedia, KeepsWhatATruncatedVideoHolds) {
     const std::string whole = Text(name);
     WriteText(folder / ("half" + name), whole.substr(0, whole.size() * 6 / 10 + 7));
     const std::string raw = name == "in.yuv" ? "-s 64x48 -r 10 " : "";
-    const Outcome outcome = Run("apply -y -e 3 " + raw + "half" + name + " out.mkv");
+    std::string arguments = "apply -y -e 3 ";
+    arguments.append(raw).append("half").append(name).append(" out.mkv");
+    const Outcome outcome = Run(arguments);
     EXPECT_EQ(outcome.code, 11);
     EXPECT_NE(outcome.errors.find("is damaged: "), std::string::npos) << outcome.errors;
     EXPECT_NE(outcome.errors.find("what could be read is in 'out.mkv'"), std::string::npos);
@@ -348,12 +350,11 @@ TEST_F(KolmMedia, FinishesTheFileWhenStopped) {
       SCOPED_TRACE(name);
       // The input stays open, so that only the signal ends the run.
       const Outcome outcome = Shell(
-          "mkfifo pipe; (cat in.yuv; exec sleep 60) >pipe & writer=$!; '" KOLM_TOOL
-          "' apply -y -e 3 -s 64x48 - " +
-          name +
-          " <pipe & tool=$!; for i in $(seq 100); do sleep 0.02; ls -A | grep -q '^\\.out' && "
-          "break; done; sleep 0.3; kill -" +
-          signal + " $tool; wait $tool; code=$?; kill $writer; rm pipe; (exit $code)");
+          std::string("signal=").append(signal).append(" name=").append(name) +
+          "; mkfifo pipe; (cat in.yuv; exec sleep 60) >pipe & writer=$!; '" KOLM_TOOL
+          "' apply -y -e 3 -s 64x48 - $name <pipe & tool=$!; for i in $(seq 100); do sleep 0.02; "
+          "ls -A | grep -q '^\\.out' && break; done; sleep 0.3; kill -$signal $tool; wait $tool; "
+          "code=$?; kill $writer; rm pipe; (exit $code)");
       EXPECT_EQ(outcome.code, 130);
       EXPECT_NE(outcome.errors.find("stopped; what was done until then is in '" + name + "'"),
                 std::string::npos)

@@ -1,7 +1,6 @@
-/* Preloaded into the tool by a test: a V4L2 camera /dev/video7 of 64 x 48 packed pixels, each of
- * whose frames holds one value, 16 more than its number. After FAKE_CAMERA_FRAMES frames it goes
- * away, or with FAKE_CAMERA_STAYS has no more. */
-#define _GNU_SOURCE
+// Preloaded into the tool by a test: a V4L2 camera /dev/video7 of 64 x 48 packed pixels, each of
+// whose frames holds one value, 16 more than its number. After FAKE_CAMERA_FRAMES frames it goes
+// away, or with FAKE_CAMERA_STAYS has no more.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -20,7 +19,8 @@ static int queued[kBuffers], first, waiting, delivered;
 
 static int OpenFile(const char* call, const char* path, int flags, int mode) {
   if (strcmp(path, "/dev/video7") != 0) {
-    int (*next)(const char*, int, ...) = (int (*)(const char*, int, ...))dlsym(RTLD_NEXT, call);
+    int (*next)(const char*, int, ...) =
+        reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, call));
     return next(path, flags, mode);
   }
   camera = memfd_create("camera", 0);
@@ -32,7 +32,14 @@ static int ModeOf(int flags, va_list list) {
   return (flags & O_CREAT) != 0 ? va_arg(list, int) : 0;
 }
 
-int open(const char* path, int flags, ...) {
+// Under the names that the tool's libraries call.
+extern "C" {
+int OpenFirst(const char* path, int flags, ...) __asm__("open");
+int OpenSecond(const char* path, int flags, ...) __asm__("open64");
+int Control(int file, unsigned long request, ...) __asm__("ioctl");
+}
+
+int OpenFirst(const char* path, int flags, ...) {
   va_list list;
   va_start(list, flags);
   const int mode = ModeOf(flags, list);
@@ -40,7 +47,7 @@ int open(const char* path, int flags, ...) {
   return OpenFile("open", path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
+int OpenSecond(const char* path, int flags, ...) {
   va_list list;
   va_start(list, flags);
   const int mode = ModeOf(flags, list);
@@ -53,10 +60,15 @@ static int Fail(int error) {
   return -1;
 }
 
+static int FrameCount() {
+  const char* count = getenv("FAKE_CAMERA_FRAMES");
+  return count == nullptr ? 0 : atoi(count);
+}
+
 static int NextFrame(struct v4l2_buffer* buffer) {
   unsigned char frame[kBytes];
-  if (delivered >= atoi(getenv("FAKE_CAMERA_FRAMES"))) {
-    return Fail(getenv("FAKE_CAMERA_STAYS") != NULL ? EAGAIN : ENODEV);
+  if (delivered >= FrameCount()) {
+    return Fail(getenv("FAKE_CAMERA_STAYS") != nullptr ? EAGAIN : ENODEV);
   }
   if (waiting == 0) return Fail(EAGAIN);
   buffer->index = queued[first];
@@ -72,27 +84,27 @@ static int NextFrame(struct v4l2_buffer* buffer) {
   return 0;
 }
 
-int ioctl(int file, unsigned long request, ...) {
+int Control(int file, unsigned long request, ...) {
   va_list list;
   va_start(list, request);
   void* argument = va_arg(list, void*);
   va_end(list);
   if (file != camera || camera < 0) {
     int (*next)(int, unsigned long, ...) =
-        (int (*)(int, unsigned long, ...))dlsym(RTLD_NEXT, "ioctl");
+        reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
     return next(file, request, argument);
   }
-  /* libavdevice passes some requests through an int. */
-  switch ((unsigned)request) {
-    case (unsigned)VIDIOC_QUERYCAP: {
-      struct v4l2_capability* capability = argument;
+  // libavdevice passes some requests through an int.
+  switch (static_cast<unsigned>(request)) {
+    case static_cast<unsigned>(VIDIOC_QUERYCAP): {
+      auto* capability = static_cast<v4l2_capability*>(argument);
       memset(capability, 0, sizeof *capability);
       capability->capabilities = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
       return 0;
     }
-    case (unsigned)VIDIOC_G_FMT:
-    case (unsigned)VIDIOC_S_FMT: {
-      struct v4l2_format* format = argument;
+    case static_cast<unsigned>(VIDIOC_G_FMT):
+    case static_cast<unsigned>(VIDIOC_S_FMT): {
+      auto* format = static_cast<v4l2_format*>(argument);
       format->fmt.pix.width = 64;
       format->fmt.pix.height = 48;
       format->fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
@@ -101,37 +113,37 @@ int ioctl(int file, unsigned long request, ...) {
       format->fmt.pix.sizeimage = kBytes;
       return 0;
     }
-    case (unsigned)VIDIOC_G_PARM:
-    case (unsigned)VIDIOC_S_PARM: {
-      struct v4l2_streamparm* parameters = argument;
+    case static_cast<unsigned>(VIDIOC_G_PARM):
+    case static_cast<unsigned>(VIDIOC_S_PARM): {
+      auto* parameters = static_cast<v4l2_streamparm*>(argument);
       parameters->parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
       parameters->parm.capture.timeperframe.numerator = 1;
       parameters->parm.capture.timeperframe.denominator = 30;
       return 0;
     }
-    case (unsigned)VIDIOC_REQBUFS:
-      ((struct v4l2_requestbuffers*)argument)->count = kBuffers;
+    case static_cast<unsigned>(VIDIOC_REQBUFS):
+      static_cast<v4l2_requestbuffers*>(argument)->count = kBuffers;
       return 0;
-    case (unsigned)VIDIOC_QUERYBUF: {
-      struct v4l2_buffer* buffer = argument;
+    case static_cast<unsigned>(VIDIOC_QUERYBUF): {
+      auto* buffer = static_cast<v4l2_buffer*>(argument);
       buffer->length = kBytes;
       buffer->m.offset = buffer->index * kPlace;
       return 0;
     }
-    case (unsigned)VIDIOC_QBUF:
-      queued[(first + waiting++) % kBuffers] = (int)((struct v4l2_buffer*)argument)->index;
+    case static_cast<unsigned>(VIDIOC_QBUF):
+      queued[(first + waiting++) % kBuffers] = (int)static_cast<v4l2_buffer*>(argument)->index;
       return 0;
-    case (unsigned)VIDIOC_DQBUF:
-      return NextFrame(argument);
-    case (unsigned)VIDIOC_STREAMON:
-    case (unsigned)VIDIOC_STREAMOFF:
-    case (unsigned)VIDIOC_S_INPUT:
+    case static_cast<unsigned>(VIDIOC_DQBUF):
+      return NextFrame(static_cast<v4l2_buffer*>(argument));
+    case static_cast<unsigned>(VIDIOC_STREAMON):
+    case static_cast<unsigned>(VIDIOC_STREAMOFF):
+    case static_cast<unsigned>(VIDIOC_S_INPUT):
       return 0;
-    case (unsigned)VIDIOC_ENUMINPUT:
+    case static_cast<unsigned>(VIDIOC_ENUMINPUT):
       memset(argument, 0, sizeof(struct v4l2_input));
       return 0;
-    case (unsigned)VIDIOC_G_INPUT:
-      *(int*)argument = 0;
+    case static_cast<unsigned>(VIDIOC_G_INPUT):
+      *static_cast<int*>(argument) = 0;
       return 0;
     default:
       return Fail(EINVAL);
