@@ -32,13 +32,14 @@ def grid():
 
 
 EMBOSS = "-2 -1 0 -1 1 1 0 1 2"
+# With the sizes, radii and blocks of the effects' defaults, so that as much is left to encode.
 FILTERS = {
-    "zoom-in": "crop=iw/2:ih/2,scale=1280:720:flags=neighbor",
-    "zoom-out": "scale=iw/2:ih/2:flags=neighbor,pad=1280:720:(ow-iw)/2:(oh-ih)/2",
+    "zoom-in": "crop=1088:612,scale=1280:720:flags=neighbor",
+    "zoom-out": "scale=1088:612:flags=neighbor,pad=1280:720:(ow-iw)/2:(oh-ih)/2",
     "grayscale": "lutyuv=u=128:v=128",
     "sepia": "lutyuv=u=96:v=150",
     "box-blur": "boxblur=2:1:2:1",
-    "pixelate": "scale=iw/8:ih/8:flags=neighbor,scale=1280:720:flags=neighbor",
+    "pixelate": "scale=iw/12:ih/12:flags=neighbor,scale=1280:720:flags=neighbor",
     "emboss-grey": f"convolution='{EMBOSS}:0 0 0 0 0 0 0 0 0:0 0 0 0 0 0 0 0 0:{EMBOSS}:1:1:1:1:128:128:128:0'",
     "emboss-colour": f"convolution='{EMBOSS}:{EMBOSS}:{EMBOSS}:{EMBOSS}'",
     "picture-grid": grid(),
