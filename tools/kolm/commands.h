@@ -21,5 +21,6 @@ void AddGalleryCommand(CLI::App& app, Work& work);
 void AddSheetCommand(CLI::App& app, Work& work);
 void AddStoreCommand(CLI::App& app, Work& work);
 void AddTrackCommand(CLI::App& app, Work& work);
+void AddViewCommand(CLI::App& app, Work& work);
 
 }  // namespace kolm
