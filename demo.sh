@@ -16,8 +16,8 @@ cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")"
 
 # Everything that configuring the host preset looks for.
 scripts/install-packages.sh cmake ninja-build g++ pkg-config python3 libopencv-dev libcli11-dev \
-  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev libyuv-dev \
-  libgtest-dev libgmock-dev libbenchmark-dev help2man
+  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev libsdl2-dev \
+  libyuv-dev libgtest-dev libgmock-dev libbenchmark-dev help2man
 
 cmake --preset host
 cmake --build --preset host --target kolm_tool

@@ -19,12 +19,12 @@ esac
 packages=(
   cmake ninja-build pkg-config python3
   g++ libgtest-dev libbenchmark-dev libopencv-dev libyuv-dev libcli11-dev
-  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev
+  libavformat-dev libavcodec-dev libavdevice-dev libswscale-dev libavutil-dev libsdl2-dev
   clang libclang-rt-dev llvm
   opencv-data dpkg-dev libz-mingw-w64-dev
   gcc-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-win32 wine64 python3-pefile
   clang-format-14 clang-tidy-14 cppcheck shellcheck
-  imagemagick ffmpeg python3-pil chromium-headless-shell
+  imagemagick ffmpeg python3-pil chromium-headless-shell xvfb xdotool
   help2man groff-base dpkg-dev file openssl osslsigncode debootstrap
   python-matplotlib-data lomiri-wallpapers-16.04
 )

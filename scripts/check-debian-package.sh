@@ -45,6 +45,12 @@ inside kolm gallery /sepia.mp4 /gallery
 inside kolm bench --sizes 64x48 --seconds 0 >/dev/null
 [ "$(head -c 8 "$root/sheet.png" | od -An -tx1 | tr -d ' ')" = 89504e470d0a1a0a ]
 [ "$(find "$root/gallery" -type f -size +10k | wc -l)" -eq 19 ]
+# The library for cameras is there: what is missing is the camera.
+if inside kolm apply --quiet -e sepia /dev/video9 /camera.png 2>"$work/said"; then
+  echo "$0: a camera that is not there was read" >&2
+  exit 1
+fi
+grep "^kolm: cannot read '/dev/video9'" "$work/said" >/dev/null
 inside ldconfig -p | grep 'libkolm\.so\.0 ' >/dev/null
 
 # Nothing of the package is left when it is removed.

@@ -18,6 +18,7 @@ layout='
   s/^Positionals:/*Arguments*/
   s/^Subcommands:/*Commands*/
   s/^Exit codes:/*Exit status*/
+  s/^Keys:/*Keys*/
   s/^  ([0-9]+) +/  \1  /
   /^\[Option Group/,/^$/ {
     s/^ +\[(.*)\]/\1:/

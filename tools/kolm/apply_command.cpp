@@ -1,6 +1,5 @@
 // kolm apply: effects, one upon the other.
 #include <CLI/CLI.hpp>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "tools/kolm/commands.h"
 #include "tools/kolm/effect_names.h"
 #include "tools/kolm/pipeline.h"
+#include "tools/kolm/split_frame.h"
 
 namespace kolm {
 namespace {
@@ -17,15 +17,6 @@ struct ApplyOptions : MediaArguments {
   std::vector<std::string> effects;
   bool split = false;
 };
-
-// The left half of the source over the result's, in whole pixel pairs.
-void KeepLeftHalf(const AVFrame& source, AVFrame& result) {
-  const auto bytes = static_cast<size_t>(source.width / 4 * 4);
-  for (int row = 0; row < source.height; ++row) {
-    std::memcpy(result.data[0] + static_cast<ptrdiff_t>(row) * result.linesize[0],
-                source.data[0] + static_cast<ptrdiff_t>(row) * source.linesize[0], bytes);
-  }
-}
 
 void Apply(const ApplyOptions& options) {
   const EffectList effects = ListEffects();

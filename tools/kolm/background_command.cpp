@@ -6,28 +6,18 @@
 #include <utility>
 #include <vector>
 
+#include "tools/kolm/background_arguments.h"
 #include "tools/kolm/background_record.h"
-#include "tools/kolm/background_store.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/pipeline.h"
 
 namespace kolm {
 namespace {
 
-struct BackgroundOptions : MediaArguments {
-  std::string store, bitmap;
-  uint32_t record = 1;
-};
+struct BackgroundOptions : MediaArguments, BackgroundArguments {};
 
 void LayBackground(const BackgroundOptions& options) {
-  std::vector<uint8_t> record;
-  if (options.bitmap.empty()) {
-    // For a record that is not there the module would read nothing and succeed.
-    CheckRecord(options.store, options.record);
-    record = LoadFromStore(options.store, options.record);
-  } else {
-    record = LoadFromBitmap(options.bitmap);
-  }
+  const std::vector<uint8_t> record = LoadBackground(options);
   ProcessMedia(options, [&](const MediaShape& shape) -> FrameWork {
     const auto width = static_cast<uint32_t>(shape.width);
     const auto height = static_cast<uint32_t>(shape.height);
@@ -51,18 +41,7 @@ void AddBackgroundCommand(CLI::App& app, Work& work) {
   const auto options = std::make_shared<BackgroundOptions>();
   CLI::App* command = app.add_subcommand(
       "background", "Replace the background of a picture or video by a record or a bitmap");
-  CLI::Option_group* source = command->add_option_group("Background");
-  CLI::Option* storeOption =
-      source->add_option("--store", options->store, "Take a record of this store")
-          ->type_name("FILE");
-  source
-      ->add_option("--bitmap", options->bitmap,
-                   "Take an uncompressed bitmap file of 24 or 32 bits a pixel")
-      ->type_name("FILE");
-  source->require_option(1);
-  command->add_option("--record", options->record, "The record's number, from 1; by default 1")
-      ->needs(storeOption)
-      ->type_name("N");
+  AddBackgroundArguments(command, *options, 1);
   AddMediaArguments(command, *options);
   command->footer(
       std::string(kAboutMedia) +

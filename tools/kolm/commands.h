@@ -22,5 +22,6 @@ void AddSheetCommand(CLI::App& app, Work& work);
 void AddStoreCommand(CLI::App& app, Work& work);
 void AddTrackCommand(CLI::App& app, Work& work);
 void AddTrackSheetCommand(CLI::App& app, Work& work);
+void AddViewCommand(CLI::App& app, Work& work);
 
 }  // namespace kolm

@@ -53,9 +53,9 @@ void AddFollowOptions(CLI::App* command, FollowOptions& options) {
                    "calmer picture, fewer one that keeps closer to the faces")
       ->check(CLI::Range(1, 100000))
       ->type_name("N");
-  command->add_flag("--stay-when-lost", options.staysWhenLost,
-                    "Show the last place on and on when the faces are gone, not the whole frame "
-                    "again after N frames");
+  command->add_flag("--reset-when-lost", options.resetWhenLost,
+                    "Go back to the whole frame when no face has been seen for N frames; otherwise "
+                    "the last place is shown on and on");
 }
 
 FaceFollower::FaceFollower(const FollowOptions& options, int width, int height) {
@@ -67,7 +67,7 @@ FaceFollower::FaceFollower(const FollowOptions& options, int width, int height) 
   tracker_.stepIndex = static_cast<uint32_t>(options.steps - 1);
   tracker_.cropWidth = tracker_.targetWidth = width;
   tracker_.cropHeight = tracker_.targetHeight = height;
-  tracker_.resetWhenLost = !options.staysWhenLost;
+  tracker_.resetWhenLost = options.resetWhenLost;
   Kolm_FT_InitFaceTracking(static_cast<uint32_t>(tracker_.detectWidth),
                            static_cast<uint32_t>(tracker_.detectHeight), &tracker_.faceStorage,
                            &tracker_.detectionImage);

@@ -20,7 +20,7 @@ struct FollowOptions {
   std::string detect;
   double factor = 1.1;
   int steps = 10;
-  bool staysWhenLost = false;
+  bool resetWhenLost = false;
 };
 
 // Adds the options; `options` must live as long as `command`.

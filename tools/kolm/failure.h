@@ -21,6 +21,7 @@ enum class ExitCode {
   NoSuchRecord = 10,
   BrokenInput = 11,  // it ended early or is damaged; the output holds what could be done
   ClosedPipe = 12,   // nobody reads standard output any more: no message
+  NoDisplay = 13,    // no window can be opened
   Stopped = 130,     // by SIGINT or SIGTERM; the output holds what was done until then
 };
 

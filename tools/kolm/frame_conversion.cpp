@@ -120,7 +120,7 @@ void FrameConverter::Convert(const AVFrame& source, AVFrame& destination) {
       set("dsth", shape.height);
       set("dst_format", shape.format);
       set("dst_range", shape.isFullRange);
-      set("sws_flags", shape.KeepsPairs() ? SWS_POINT : SWS_BICUBIC | SWS_ACCURATE_RND);
+      set("sws_flags", SWS_ACCURATE_RND | (shape.KeepsPairs() ? SWS_POINT : SWS_BICUBIC));
     }
     constexpr int kUnchanged = 1 << 16;
     if (context_ == nullptr || sws_init_context(context_, nullptr, nullptr) < 0 ||

@@ -8,6 +8,8 @@ extern "C" {
 #include <libavutil/base64.h>
 }
 
+#include "tools/kolm/picture_codecs.h"
+
 namespace kolm {
 namespace {
 
@@ -132,7 +134,7 @@ compare.closest('.compare').hidden = false;
 std::string PictureElement(const cv::Mat& picture, const std::string& attributes,
                            const std::string& text) {
   std::vector<uchar> bytes;
-  cv::imencode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 85});
+  LoadPictureCodecs().encode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 85});
   std::string letters(AV_BASE64_SIZE(bytes.size()), '\0');
   av_base64_encode(letters.data(), static_cast<int>(letters.size()), bytes.data(),
                    static_cast<int>(bytes.size()));

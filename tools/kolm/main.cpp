@@ -26,6 +26,7 @@ Examples:
   kolm store create KolmBg.img beach.jpg window.png
   kolm background --store KolmBg.img --record 2 portrait.jpg travelling.png
   kolm gallery portrait.jpg effects
+  kolm view /dev/video0
 
 Exit codes:
   0  done
@@ -41,6 +42,7 @@ Exit codes:
   10 there is no such record, or no room for more
   11 the input broke off or is damaged; the output holds what could be done
   12 nobody reads standard output any more
+  13 there is no display for a window
   130 stopped by SIGINT or SIGTERM; the output holds what was done until then)";
 
 int Run(int argumentCount, char** arguments) {
@@ -68,6 +70,7 @@ int Run(int argumentCount, char** arguments) {
   AddBackgroundSheetCommand(app, work);
   AddGalleryCommand(app, work);
   AddBenchCommand(app, work);
+  AddViewCommand(app, work);
 
   try {
     app.parse(argumentCount, arguments);

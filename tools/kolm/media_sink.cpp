@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <opencv2/imgcodecs.hpp>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -90,11 +89,6 @@ class RawSink : public FrameSink {
  private:
   std::unique_ptr<ByteOutput> output_;
 };
-
-bool IsPictureName(const std::string& output) {
-  const std::filesystem::path path = output;
-  return output != "-" && path.has_extension() && cv::haveImageWriter(path.filename().string());
-}
 
 bool IsRawName(const SinkOptions& options) {
   const std::string extension = std::filesystem::path(options.output).extension().string();

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <opencv2/imgcodecs.hpp>
 #include <regex>
 #include <string_view>
 #include <system_error>
@@ -123,20 +122,11 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
   }
   std::sort(found.begin(), found.end());
   std::vector<std::filesystem::path> paths;
+  paths.reserve(found.size());
   for (const auto& [number, path] : found) paths.push_back(path);
   auto source = std::make_unique<PictureSource>(std::move(paths), options);
   source->SetFirstNumber(found[0].first);
   return source;
-}
-
-// By the file's name or its first bytes.
-bool IsPicture(const std::filesystem::path& path) {
-  try {
-    return (path.has_extension() && cv::haveImageWriter(path.filename().string())) ||
-           cv::haveImageReader(path.string());
-  } catch (const cv::Exception&) {
-    return false;
-  }
 }
 
 [[noreturn]] void FailToRead(const std::string& input, const std::string& reason) {

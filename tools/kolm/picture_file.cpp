@@ -1,6 +1,10 @@
 // Reads and writes picture files.
 #include "tools/kolm/picture_file.h"
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -12,6 +16,7 @@
 
 #include "tools/kolm/failure.h"
 #include "tools/kolm/new_file.h"
+#include "tools/kolm/picture_codecs.h"
 #include "tools/kolm/progress.h"
 
 namespace kolm {
@@ -74,7 +79,7 @@ bool HasEnd(const std::vector<uchar>& bytes) {
 
 cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem::path& path) {
   try {
-    return cv::imdecode(bytes, flags);
+    return LoadPictureCodecs().decode(bytes, flags);
   } catch (const cv::Exception& error) {
     // OpenCV refuses sizes of its own accord and names the limit that was broken.
     if (error.code == cv::Error::StsNoMem ||
@@ -83,6 +88,13 @@ cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem
     }
     return {};
   }
+}
+
+// Of an extension that libavformat writes into one file: no need to ask the picture codecs.
+bool IsVideoName(const std::filesystem::path& path) {
+  const AVOutputFormat* format = av_guess_format(nullptr, path.filename().c_str(), nullptr);
+  return format != nullptr && format->video_codec != AV_CODEC_ID_NONE &&
+         format->video_codec != AV_CODEC_ID_WEBP && (format->flags & AVFMT_NOFILE) == 0;
 }
 
 // Lays a BGRA picture on white.
@@ -165,9 +177,23 @@ cv::Mat ReadPictureWithAlpha(const std::filesystem::path& path) {
   return picture;
 }
 
+bool IsPictureName(const std::filesystem::path& path) {
+  return path.has_extension() && !IsVideoName(path) &&
+         LoadPictureCodecs().haveWriter(path.filename().string());
+}
+
+bool IsPicture(const std::filesystem::path& path) {
+  if (IsVideoName(path)) return false;
+  try {
+    return IsPictureName(path) || LoadPictureCodecs().haveReader(path.string());
+  } catch (const cv::Exception&) {
+    return false;
+  }
+}
+
 void CheckOutput(const std::filesystem::path& path, bool overwrite) {
   CheckPlace(path, true);
-  if (!path.has_extension() || !cv::haveImageWriter(path.filename().string())) {
+  if (!IsPictureName(path)) {
     FailToWrite(path, "no picture format has the extension '" + path.extension().string() + "'");
   }
   CheckPlace(path, overwrite);
@@ -178,7 +204,7 @@ void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, boo
   std::vector<uchar> bytes;
   bool encoded = false;
   try {
-    encoded = cv::imencode(path.extension().string(), picture, bytes);
+    encoded = LoadPictureCodecs().encode(path.extension().string(), picture, bytes, {});
   } catch (const cv::Exception&) {
   }
   if (!encoded) {

@@ -24,6 +24,12 @@ cv::Mat ReadPicture(const std::filesystem::path& path);
 // 8-bit BGRA of any size; opaque if the file has no alpha plane. Throws Failure.
 cv::Mat ReadPictureWithAlpha(const std::filesystem::path& path);
 
+// Whether WritePicture knows the name's extension. Throws Failure, as does the next.
+bool IsPictureName(const std::filesystem::path& path);
+
+// Whether a file is a picture by its name or its first bytes.
+bool IsPicture(const std::filesystem::path& path);
+
 // Throws Failure if WritePicture would refuse this path, so that no work is done in vain.
 void CheckOutput(const std::filesystem::path& path, bool overwrite);
 

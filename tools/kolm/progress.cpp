@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <mutex>
 
@@ -51,12 +52,10 @@ void Progress::Show(int64_t done) {
     constexpr int kBar = 24;
     const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
     const int filled = static_cast<int>(part * kBar);
-    const auto left =
-        static_cast<int64_t>(static_cast<double>(std::max<int64_t>(0, total_ - done)) / rate + 0.5);
-    std::fprintf(stderr, "%s[%.*s%.*s] %3.0f %%  %lld frames  %.1f fps  %lld:%02lld left",
-                 kClearLine, filled, "########################", kBar - filled,
-                 "........................", part * 100, static_cast<long long>(done), rate,
-                 static_cast<long long>(left / 60), static_cast<long long>(left % 60));
+    const long left = std::lround(static_cast<double>(std::max<int64_t>(0, total_ - done)) / rate);
+    std::fprintf(stderr, "%s[%.*s%.*s] %3.0f %%  %lld frames  %.1f fps  %ld:%02ld left", kClearLine,
+                 filled, "########################", kBar - filled, "........................",
+                 part * 100, static_cast<long long>(done), rate, left / 60, left % 60);
   } else {
     std::fprintf(stderr, "%s%lld frames  %.1f fps", kClearLine, static_cast<long long>(done), rate);
   }

@@ -70,7 +70,9 @@ class Strip {
   std::vector<TrackedFrame> kept_;
 };
 
-std::vector<TrackedFrame> FollowScene(const FollowOptions& options) {
+// In the scene the face leaves and comes back.
+std::vector<TrackedFrame> FollowScene(FollowOptions options) {
+  options.resetWhenLost = true;
   const WalkingScene scene;
   Strip strip(options, 640, 480, WalkingScene::kRate);
   for (int i = 0; i < WalkingScene::kFrames; ++i) strip.Add(PackedFromPicture(scene.Frame(i)));

@@ -7,9 +7,11 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -115,6 +117,8 @@ class VideoSink : public FrameSink {
       throw std::bad_alloc();
     }
     muxer_.reset(output);
+    isYuv4Mpeg_ =
+        codec->id == AV_CODEC_ID_WRAPPED_AVFRAME && std::strcmp(format->name, "yuv4mpegpipe") == 0;
     OpenEncoder(*codec, shape);
     AddStreams(shape);
     packet_ = NewPacket();
@@ -154,6 +158,10 @@ class VideoSink : public FrameSink {
     frame->pts =
         std::max(av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base), lastTime_ + 1);
     lastTime_ = frame->pts;
+    if (isYuv4Mpeg_ && HasBareRows(*frame)) {
+      WriteYuv4MpegFrame(*frame);
+      return;
+    }
     Check(avcodec_send_frame(encoder_.get(), frame.get()), "a frame");
     WritePackets();
   }
@@ -286,6 +294,25 @@ class VideoSink : public FrameSink {
     if (result != AVERROR(EAGAIN) && result != AVERROR_EOF) Check(result, "a frame");
   }
 
+  static bool HasBareRows(const AVFrame& frame) {
+    const int chromaWidth = frame.width / 2;
+    return frame.linesize[0] == frame.width && frame.linesize[1] == chromaWidth &&
+           frame.linesize[2] == chromaWidth;
+  }
+
+  // The same bytes as the multiplexer's, which copies each row into its buffer.
+  void WriteYuv4MpegFrame(const AVFrame& frame) {
+    constexpr std::string_view kFrameHeader = "FRAME\n";
+    avio_flush(io_.get());
+    Check(io_->error, "a frame");
+    bytes_->Write(kFrameHeader.data(), kFrameHeader.size());
+    const auto pixels = static_cast<size_t>(frame.width) * frame.height;
+    const size_t chroma = pixels / (frame.format == AV_PIX_FMT_YUV420P ? 4 : 2);
+    bytes_->Write(frame.data[0], pixels);
+    bytes_->Write(frame.data[1], chroma);
+    bytes_->Write(frame.data[2], chroma);
+  }
+
   // The reason of a failed write is better known than libavformat tells it.
   void Check(int result, const char* what) {
     if (failure_) std::rethrow_exception(failure_);
@@ -340,6 +367,7 @@ class VideoSink : public FrameSink {
   PacketPointer packet_;
   int64_t lastTime_ = INT64_MIN / 2;
   std::exception_ptr failure_;
+  bool isYuv4Mpeg_ = false;
   bool hasHeader_ = false, isFinished_ = false, isClosed_ = false;
 };
 

@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -319,6 +320,18 @@ class VideoSource : public FrameSource {
   int width_ = 0, height_ = 0;
 };
 
+// Loaded only here, as it brings a hundred other libraries along that would delay every start.
+void RegisterDevices() {
+  const std::string name = "libavdevice.so." + std::to_string(LIBAVDEVICE_VERSION_MAJOR);
+  void* library = dlopen(name.c_str(), RTLD_NOW);
+  void* address = library == nullptr ? nullptr : dlsym(library, "avdevice_register_all");
+  if (address == nullptr) {
+    throw Failure(ExitCode::UnreadablePicture, "cameras cannot be read: the library " + name +
+                                                   " is missing; install FFmpeg's libavdevice");
+  }
+  reinterpret_cast<decltype(&avdevice_register_all)>(address)();
+}
+
 }  // namespace
 
 std::unique_ptr<FrameSource> OpenVideo(const SourceOptions& options) {
@@ -333,7 +346,7 @@ std::unique_ptr<FrameSource> OpenVideo(const SourceOptions& options) {
 }
 
 std::unique_ptr<FrameSource> OpenDevice(const SourceOptions& options) {
-  avdevice_register_all();
+  RegisterDevices();
   const AVInputFormat* format = av_find_input_format("video4linux2");
   std::vector<std::pair<const char*, std::string>> settings;
   if (options.width > 0) {

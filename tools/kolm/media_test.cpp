@@ -1,0 +1,481 @@
+// Runs the tool on videos, pipes, sequences and a camera, whole and damaged ones.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "module/kolm.h"
+#include "platform/host/host_kernel.h"
+#include "tools/kolm/tool_fixture.h"
+
+namespace kolm {
+namespace {
+
+constexpr size_t kFrameBytes = 64 * 48 * 2;
+
+class KolmMedia : public KolmTool {
+ protected:
+  void SetUp() override {
+    KolmTool::SetUp();
+    host::SetDebugSink([](const std::string&) {});
+  }
+
+  // The shell's result in the test's folder.
+  Outcome Shell(const std::string& command) const {
+    return Run("", "{ " + command + "\n} >.output 2>.errors; exit $?");
+  }
+
+  void FFmpeg(const std::string& arguments) const {
+    const Outcome outcome = Shell("ffmpeg -nostdin -v error -y " + arguments);
+    ASSERT_EQ(outcome.code, 0) << arguments << outcome.errors;
+  }
+
+  // A moving picture of 64 x 48 pixels at 10 frames a second.
+  void MakeVideo(const std::string& output, int frames = 12,
+                 const std::string& size = "64x48") const {
+    FFmpeg("-f lavfi -i testsrc2=s=" + size + ":r=10 -frames:v " + std::to_string(frames) + " " +
+           output);
+  }
+
+  void MakeRaw(int frames = 12) const { MakeVideo("-pix_fmt yuyv422 -f rawvideo in.yuv", frames); }
+
+  int Frames(const std::string& name) const {
+    return std::atoi(Probe(name,
+                           "-count_frames -select_streams v:0 -show_entries "
+                           "stream=nb_read_frames")
+                         .c_str());
+  }
+
+  std::string Probe(const std::string& name, const std::string& arguments) const {
+    std::string text = Shell("ffprobe -v error " + arguments + " -of csv=p=0 " + name).output;
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+  }
+
+  std::string Text(const std::string& name) const { return FileText(folder / name); }
+
+  // The frames of in.yuv under an effect, by a call of the module.
+  std::string UnderEffect(const std::string& frames, uint32_t id, uint32_t parameter) const {
+    EffectRoutine routine = nullptr;
+    Kolm_VE_InitVideoEffect(id, &routine);
+    std::string result(frames.size(), '\0');
+    for (size_t at = 0; at < frames.size(); at += kFrameBytes) {
+      Kolm_VE_RunVideoEffect(routine, reinterpret_cast<const uint8_t*>(&frames[at]),
+                             reinterpret_cast<uint8_t*>(&result[at]), 64, 48, parameter);
+    }
+    return result;
+  }
+};
+
+TEST_F(KolmMedia, RawFramesReachTheModuleAsTheyAre) {
+  MakeRaw();
+  const std::string source = Text("in.yuv");
+  ASSERT_EQ(source.size(), 12 * kFrameBytes);
+  const std::string blurred = UnderEffect(source, 5, 3), drawn = UnderEffect(blurred, 12, 0);
+  ExpectSuccess("apply -e box-blur:3 -s 64x48 in.yuv blurred.yuv");
+  EXPECT_EQ(Text("blurred.yuv"), blurred);
+  ExpectSuccess("apply -e 5:3 -e sketch -s 64x48 -r 30 in.yuv drawn.yuv");
+  EXPECT_EQ(Text("drawn.yuv"), drawn);
+  EXPECT_EQ(Run("apply -e 5:3 -s 64x48 - - <in.yuv").output, blurred);
+  EXPECT_EQ(
+      Shell("cat in.yuv | taskset -c 0 '" KOLM_TOOL "' apply -e 5:3 -s 64x48 - - | cat").output,
+      blurred);
+}
+
+TEST_F(KolmMedia, SplitsSourceAndResult) {
+  MakeRaw(2);
+  const std::string source = Text("in.yuv"), negative = UnderEffect(source, 13, 0);
+  const std::string split = Run("apply -e negative --split -s 64x48 - - <in.yuv").output;
+  ASSERT_EQ(split.size(), source.size());
+  for (size_t i = 0; i < split.size(); ++i) {
+    ASSERT_EQ(split[i], i % 128 < 64 ? source[i] : negative[i]) << i;
+  }
+}
+
+TEST_F(KolmMedia, Yuv4MpegComesBackInItsForm) {
+  for (const std::string format : {"yuv420p", "yuv422p"}) {
+    SCOPED_TRACE(format);
+    MakeVideo("-pix_fmt " + format + " in.y4m");
+    ASSERT_EQ(Shell("'" KOLM_TOOL "' apply -e box-blur:0 - - <in.y4m >out.y4m").code, 0);
+    EXPECT_EQ(Text("out.y4m").substr(0, 36),
+              "YUV4MPEG2 W64 H48 F10:1 Ip A1:1 C42" + format.substr(5, 1));
+    FFmpeg("-i in.y4m -f rawvideo in.raw");
+    FFmpeg("-i out.y4m -f rawvideo out.raw");
+    EXPECT_EQ(Text("out.raw"), Text("in.raw"));
+  }
+  EXPECT_EQ(Run("apply -e 3 --format rawvideo - - <in.y4m").output.size(), 12 * kFrameBytes);
+  MakeRaw();
+  EXPECT_EQ(Run("apply -e 3 --format yuv4mpegpipe -s 64x48 -r 15 in.yuv -").output.substr(0, 29),
+            "YUV4MPEG2 W64 H48 F15:1 Ip A0");
+}
+
+TEST_F(KolmMedia, ReadsAndWritesVideosWithTheirSound) {
+  FFmpeg("-f lavfi -i testsrc2=s=64x48:r=10 -f lavfi -i sine -t 1.2 -c:a aac in.mp4");
+  const auto sound = [&](const std::string& name) {
+    return Shell("ffmpeg -v error -i " + name +
+                 " -map 0:a -c copy -f framehash -hash md5 - | "
+                 "grep -v '^#' | sed 's/.*,//'")
+        .output;
+  };
+  for (const std::string name : {"out.mp4", "out.mkv", "out.mov"}) {
+    ExpectSuccess("apply -e negative in.mp4 " + name);
+    EXPECT_EQ(Frames(name), 12) << name;
+    FFmpeg("-i in.mp4 -map 0:a -c copy copied-" + name);
+    const std::string copied = sound("copied-" + name);
+    EXPECT_GT(copied.size(), 100U);
+    EXPECT_EQ(sound(name), copied) << name;
+    EXPECT_EQ(Probe(name, "-select_streams v -show_entries stream=codec_name,color_space"),
+              "h264,smpte170m ");
+  }
+  const Outcome outcome = Run("apply -e negative in.mp4 out.webm");
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_NE(outcome.errors.find("sound in aac is left out: the format 'webm'"), std::string::npos);
+  EXPECT_EQ(Frames("out.webm"), 12);
+  EXPECT_EQ(Run("apply --quiet -y -e negative in.mp4 out.webm").errors, "");
+  ExpectSuccess("apply -e negative --codec ffv1 in.mp4 lossless.mkv");
+  EXPECT_EQ(Probe("lossless.mkv", "-select_streams v -show_entries stream=codec_name,pix_fmt"),
+            "ffv1,yuv422p ");
+  ExpectSuccess("apply -e negative --crf 40 in.mp4 small.mp4");
+  EXPECT_LT(fs::file_size(folder / "small.mp4"), fs::file_size(folder / "out.mp4"));
+}
+
+TEST_F(KolmMedia, ConvertsColourSpaces) {
+  // 150, 80, 200 in red, green and blue.
+  const std::string colour = "-f lavfi -i color=0x9650c8:s=64x48:r=10 -frames:v 2 ";
+  FFmpeg(colour +
+         "-vf scale=out_color_matrix=bt709:out_range=tv,format=yuv444p -colorspace bt709 "
+         "-color_range tv -c:v ffv1 hd.mkv");
+  FFmpeg(colour +
+         "-vf scale=out_color_matrix=bt601:out_range=pc,format=yuv444p -colorspace "
+         "smpte170m -color_range pc -c:v ffv1 full.mkv");
+  FFmpeg(colour + "-c:v mjpeg -q:v 1 camera.avi");
+  for (const std::string name : {"hd.mkv", "full.mkv", "camera.avi"}) {
+    SCOPED_TRACE(name);
+    ExpectSuccess("apply -y -e box-blur:0 " + name + " out-%d.png");
+    const cv::Scalar mean = cv::mean(Read("out-1.png"));
+    // Read with another matrix or range, green would be 10 off or more.
+    EXPECT_NEAR(mean[2], 150, 5);
+    EXPECT_NEAR(mean[1], 80, 5);
+    EXPECT_NEAR(mean[0], 200, 5);
+  }
+}
+
+TEST_F(KolmMedia, LeavesOutAnOddColumnAndUnpadsRows) {
+  // Decoders pad rows of 34 pixels.
+  MakeVideo("-c:v ffv1 -pix_fmt yuv422p in.mkv", 2, "34x21");
+  ExpectSuccess("apply -e box-blur:0 --format rawvideo in.mkv out.yuv");
+  FFmpeg("-i in.mkv -f rawvideo -pix_fmt yuyv422 expected.yuv");
+  EXPECT_EQ(Text("out.yuv"), Text("expected.yuv"));
+
+  FFmpeg("-f lavfi -i testsrc=s=33x21:r=10 -frames:v 2 -c:v ffv1 -pix_fmt yuv444p odd.mkv");
+  const Outcome video = Run("apply -e box-blur:0 odd.mkv odd.mp4");
+  EXPECT_EQ(video.code, 0) << video.errors;
+  EXPECT_NE(video.errors.find("'odd.mkv' is 33 pixels wide; its last column is left out"),
+            std::string::npos);
+  EXPECT_EQ(Probe("odd.mp4", "-show_entries stream=width,height"), "32,21 ");
+
+  const std::string rows(size_t{34} * 2 * 3, 'x');
+  WriteText(folder / "raw.yuv", rows);
+  const Outcome raw = Run("apply -e box-blur:0 -s 33x3 raw.yuv -");
+  EXPECT_NE(raw.errors.find("'raw.yuv' is 33 pixels wide"), std::string::npos);
+  EXPECT_EQ(raw.output, std::string(size_t{32} * 2 * 3, 'x'));
+}
+
+TEST_F(KolmMedia, NumberedSequences) {
+  MakeVideo("-start_number 7 in-%03d.png", 5);
+  ExpectSuccess("apply -e negative in-%03d.png out-%d.png");
+  for (int number = 7; number < 12; ++number) {
+    EXPECT_EQ(Read("out-" + std::to_string(number) + ".png").size(), cv::Size(64, 48));
+  }
+  ExpectSuccess("apply -e negative -r 5 in-%03d.png out.mp4");
+  EXPECT_EQ(Frames("out.mp4"), 5);
+  EXPECT_EQ(Probe("out.mp4", "-show_entries stream=r_frame_rate"), "5/1 ");
+  ExpectFailure("apply -e 3 in-%03d.png out-%d.png", 7, "out-7.png' exists already");
+  ExpectFailure("apply -e 3 missing-%03d.png out.mkv", 3, "there is no picture of such a name");
+  // One that cannot be read ends the sequence.
+  WriteText(folder / "in-010.png", "no picture at all\n");
+  const Outcome outcome = Run("apply -e 3 in-%03d.png short.mkv");
+  EXPECT_EQ(outcome.code, 11);
+  EXPECT_NE(outcome.errors.find("in-010.png"), std::string::npos) << outcome.errors;
+  EXPECT_EQ(Frames("short.mkv"), 3);
+}
+
+TEST_F(KolmMedia, PicturesAndVideosMeet) {
+  MakeVideo("picture.png", 1);
+  ExpectSuccess("apply -e sepia picture.png still.mp4");
+  EXPECT_EQ(Frames("still.mp4"), 1);
+  MakeVideo("in.mkv", 3);
+  ExpectFailure("apply -e sepia in.mkv out.png", 8, "for a sequence its name needs");
+}
+
+TEST_F(KolmMedia, ScalesFramesThatChangeTheirSize) {
+  MakeVideo("-c:v mpeg2video -bf 0 -f mpegts a.ts", 6, "64x48");
+  MakeVideo("-c:v mpeg2video -bf 0 -f mpegts b.ts", 6, "96x80");
+  WriteText(folder / "in.ts", Text("a.ts") + Text("b.ts"));
+  const Outcome outcome = Run("apply -e 3 in.ts out.mkv");
+  EXPECT_NE(outcome.errors.find("changes to 96 x 80 pixels; frames are scaled to the first one's "
+                                "64 x 48 pixels"),
+            std::string::npos)
+      << outcome.errors;
+  EXPECT_TRUE(outcome.code == 0 || outcome.code == 11) << outcome.code;
+  EXPECT_EQ(Probe("out.mkv", "-show_entries stream=width,height"), "64,48 ");
+  EXPECT_GE(Frames("out.mkv"), 11);
+}
+
+TEST_F(KolmMedia, KeepsWhatATruncatedVideoHolds) {
+  FFmpeg("-f lavfi -i testsrc2=s=64x48:r=10 -t 4 -g 5 -movflags faststart in.mp4");
+  for (const std::string name : {"in.mkv", "in.avi", "in.y4m"}) FFmpeg("-i in.mp4 -g 5 " + name);
+  FFmpeg("-i in.mp4 -f rawvideo -pix_fmt yuyv422 in.yuv");
+  for (const std::string name : {"in.mp4", "in.mkv", "in.avi", "in.y4m", "in.yuv"}) {
+    SCOPED_TRACE(name);
+    const std::string whole = Text(name);
+    WriteText(folder / ("half" + name), whole.substr(0, whole.size() * 6 / 10 + 7));
+    const std::string raw = name == "in.yuv" ? "-s 64x48 -r 10 " : "";
+    std::string arguments = "apply -y -e 3 ";
+    arguments.append(raw).append("half").append(name).append(" out.mkv");
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.code, 11);
+    EXPECT_NE(outcome.errors.find("is damaged: "), std::string::npos) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("what could be read is in 'out.mkv'"), std::string::npos);
+    EXPECT_GE(Frames("out.mkv"), 8);
+    EXPECT_LT(Frames("out.mkv"), 40);
+  }
+  EXPECT_EQ(Shell("head -c 30000 in.yuv | '" KOLM_TOOL "' apply -e 3 -s 64x48 - -").output.size(),
+            4 * kFrameBytes);
+}
+
+TEST_F(KolmMedia, TellsWhatIsNoVideo) {
+  WriteText(folder / "empty.mp4", "");
+  WriteText(folder / "text.mp4", "no video at all\n");
+  FFmpeg("-f lavfi -i sine -t 0.1 sound.wav");
+  MakeVideo("in.mp4");
+  WriteText(folder / "start.mp4", Text("in.mp4").substr(0, 300));
+  fs::create_directory(folder / "directory.mp4");
+  ExpectFailure("apply -e 3 missing.mp4 out.mkv", 3, "No such file");
+  ExpectFailure("apply -e 3 directory.mp4 out.mkv", 3, "it is a directory");
+  ExpectFailure("apply -e 3 empty.mp4 out.mkv", 3, "it is empty");
+  ExpectFailure("apply -e 3 text.mp4 out.mkv", 3, "neither picture nor video");
+  ExpectFailure("apply -e 3 start.mp4 out.mkv", 3, "cannot read 'start.mp4'");
+  ExpectFailure("apply -e 3 sound.wav out.mkv", 3, "there is no video in it");
+  ExpectFailure("apply -e 3 - out.mkv </dev/null", 3, "it is empty");
+  ExpectFailure("apply -e 3 - out.mkv <text.mp4", 3, "raw frames need -s WIDTHxHEIGHT");
+  ExpectFailure("apply -e 3 -s 64x48 - out.mkv <text.mp4", 3, "expected frames of 6144 bytes");
+  ExpectFailure("apply -e 3 -s 1x48 - out.mkv <in.mp4", 4, "expected a width of at least 2");
+  ExpectFailure("apply -e 3 -s 40000x48 - out.mkv <in.mp4", 4, "too large: 40000 x 48 pixels");
+  ExpectFailure(
+      "apply -e 3 - out.mkv", 3, "standard input",
+      "printf 'YUV4MPEG2 W-5 H9999999 F0:0\\nFRAME\\nxx' >hostile && exec <hostile && rm hostile");
+  ExpectFailure("apply -e 3 -s 64 in.mp4 out.mkv", 2, "expected WIDTHxHEIGHT");
+  ExpectFailure("apply -e 3 -r fast in.mp4 out.mkv", 2, "expected frames a second");
+  ExpectFailure("apply -e 3 --codec h26x in.mp4 out.mkv", 8, "there is no video encoder 'h26x'");
+  ExpectFailure("apply -e 3 --format mkv4 in.mp4 out.mkv", 8, "there is no video format 'mkv4'");
+  ExpectFailure("apply -e 3 in.mp4 out.xyz", 8, "no video format has the extension '.xyz'");
+  ExpectFailure("apply -e 3 --codec ffv1 in.mp4 out.webm", 8, "cannot write 'out.webm'");
+  // A list does not reach for other files.
+  WriteText(folder / "list.m3u8",
+            "#EXTM3U\n#EXTINF:1,\nhttp://localhost:1/in.ts\n#EXT-X-ENDLIST\n");
+  ExpectFailure("apply -e 3 list.m3u8 out.mkv", 3, "cannot read 'list.m3u8'");
+}
+
+TEST_F(KolmMedia, SurvivesHostileVideos) {
+  MakeVideo("-c:v mpeg4 in.avi");
+  MakeVideo("in.mkv");
+  MakeVideo("-movflags faststart in.mp4");
+  MakeVideo("in.y4m");
+  const uint32_t seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (const std::string name : {"in.avi", "in.mkv", "in.mp4", "in.y4m"}) {
+    const std::string whole = Text(name);
+    for (int round = 0; round < 3; ++round) {
+      std::string bytes = whole;
+      for (int i = 0; i < 40; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
+      WriteText(folder / ("bad-" + name), bytes);
+      const int code = Run("apply -y -e 3 bad-" + name + " out.mkv").code;
+      EXPECT_TRUE(code == 0 || code == 3 || code == 4 || code == 11) << name << ' ' << code;
+    }
+  }
+}
+
+TEST_F(KolmMedia, KeepsAnExistingVideo) {
+  MakeVideo("in.mkv");
+  WriteText(folder / "out.mkv", "precious");
+  ExpectFailure("apply -e 3 in.mkv out.mkv", 7, "exists already; give -y");
+  EXPECT_EQ(Text("out.mkv"), "precious");
+  ExpectSuccess("apply -y -e 3 in.mkv in.mkv");
+  EXPECT_EQ(Frames("in.mkv"), 12);
+}
+
+TEST_F(KolmMedia, KeepsWhatAFullDiskHolds) {
+  MakeVideo("in.mkv", 60);
+  // Blocks of 512 bytes.
+  const Outcome outcome = Run("apply -e 3 in.mkv out.y4m", "ulimit -f 100");
+  EXPECT_EQ(outcome.code, 8);
+  const std::regex part(
+      "File too large.*what was written until then is in "
+      "'(out\\.part-[0-9]+\\.y4m)'");
+  std::smatch match;
+  ASSERT_TRUE(std::regex_search(outcome.errors, match, part)) << outcome.errors;
+  EXPECT_EQ(Names(), (std::vector<std::string>{"in.mkv", match[1].str()}));
+  EXPECT_GE(Frames(match[1].str()), 5);
+  for (const std::string form : {"rawvideo", "yuv4mpegpipe"}) {
+    EXPECT_EQ(Shell("'" KOLM_TOOL "' apply -e 3 --format " + form + " in.mkv - >/dev/full").code,
+              8);
+  }
+  ExpectFailure("apply -y -e 3 in.mkv /dev/full", 8, "it is not a regular file");
+}
+
+TEST_F(KolmMedia, EndsQuietlyWhenNobodyReads) {
+  MakeVideo("in.mkv", 100);
+  for (const std::string form : {"rawvideo", "yuv4mpegpipe"}) {
+    const Outcome outcome = Shell("('" KOLM_TOOL "' apply -e 3 --format " + form +
+                                  " in.mkv -; echo $? >code) | head -c 100 >/dev/null");
+    EXPECT_EQ(Text("code"), "12\n");
+    EXPECT_EQ(outcome.errors, "");
+  }
+}
+
+TEST_F(KolmMedia, FinishesTheFileWhenStopped) {
+  MakeRaw();
+  for (const std::string signal : {"INT", "TERM"}) {
+    for (const std::string name : {"out.mp4", "out.mkv", "out.yuv"}) {
+      SCOPED_TRACE(name);
+      // The input stays open, so that only the signal ends the run.
+      const Outcome outcome = Shell(
+          std::string("signal=").append(signal).append(" name=").append(name) +
+          "; mkfifo pipe; (cat in.yuv; exec sleep 60) >pipe & writer=$!; '" KOLM_TOOL
+          "' apply -y -e 3 -s 64x48 - $name <pipe & tool=$!; for i in $(seq 100); do sleep 0.02; "
+          "ls -A | grep -q '^\\.out' && break; done; sleep 0.3; kill -$signal $tool; wait $tool; "
+          "code=$?; kill $writer; rm pipe; (exit $code)");
+      EXPECT_EQ(outcome.code, 130);
+      EXPECT_NE(outcome.errors.find("stopped; what was done until then is in '" + name + "'"),
+                std::string::npos)
+          << outcome.errors;
+      if (name == "out.yuv") {
+        EXPECT_EQ(Text(name).size(), 12 * kFrameBytes);
+      } else {
+        EXPECT_EQ(Frames(name), 12);
+      }
+    }
+  }
+}
+
+TEST_F(KolmMedia, ShowsProgressOnATerminalOnly) {
+  MakeRaw(12);
+  const std::string slowly = "(cat in.yuv; sleep 0.4; cat in.yuv)";
+  const auto onTerminal = [&](const std::string& option) {
+    return Shell("script -qec \"" + slowly + " | '" KOLM_TOOL "' apply -y " + option +
+                 " -e 3 -s 64x48 - out.yuv\" /dev/null </dev/null")
+        .output;
+  };
+  EXPECT_NE(onTerminal("").find(" fps"), std::string::npos);
+  EXPECT_EQ(onTerminal("--quiet"), "");
+  const Outcome outcome = Shell(slowly + " | '" KOLM_TOOL "' apply -y -e 3 -s 64x48 - out.yuv");
+  EXPECT_EQ(outcome.errors, "");
+  EXPECT_EQ(Text("out.yuv").size(), 24 * kFrameBytes);
+}
+
+#ifndef KOLM_SANITIZED
+// Of the tool alone, in kilobytes.
+int64_t PeakMemory(const std::string& command) {
+  const pid_t child = fork();
+  if (child == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage = {};
+  wait4(child, &status, 0, &usage);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
+  return usage.ru_maxrss;
+}
+
+TEST_F(KolmMedia, MemoryDoesNotGrowWithTheVideo) {
+  const auto peak = [&](int frames) {
+    fs::resize_file((WriteText(folder / "in.yuv", ""), folder / "in.yuv"),
+                    static_cast<uintmax_t>(frames) * 640 * 360 * 2);
+    return PeakMemory("cd '" + folder.string() +
+                      "' && exec '" KOLM_TOOL "' apply -e 3 -s 640x360 in.yuv - >/dev/null");
+  };
+  const int64_t few = peak(20), many = peak(1000);
+  EXPECT_LT(many, few + 8 * 1024);
+}
+
+TEST_F(KolmMedia, ReadsACameraUntilItGoesAway) {
+  const auto camera = [&](const std::string& arguments, const std::string& frames) {
+    return Run(arguments, "export LD_PRELOAD='" KOLM_FAKE_CAMERA "' FAKE_CAMERA_FRAMES=" + frames);
+  };
+  const Outcome outcome = camera("apply -e box-blur:0 -s 64x48 -r 30 /dev/video7 out.yuv", "9");
+  EXPECT_EQ(outcome.code, 11);
+  EXPECT_NE(outcome.errors.find("breaks off: No such device"), std::string::npos) << outcome.errors;
+  const std::string frames = Text("out.yuv");
+  ASSERT_EQ(frames.size(), 9 * kFrameBytes);
+  for (size_t i = 0; i < frames.size(); ++i) {
+    ASSERT_EQ(static_cast<size_t>(frames[i]), 16 + i / kFrameBytes) << i;
+  }
+  // Stopped while the camera has no frame.
+  const Outcome stopped =
+      Shell("export FAKE_CAMERA_FRAMES=5 FAKE_CAMERA_STAYS=1; LD_PRELOAD='" KOLM_FAKE_CAMERA
+            "' '" KOLM_TOOL
+            "' apply -e 3 /dev/video7 out.mkv & tool=$!; sleep 1; kill -INT $tool; "
+            "wait $tool");
+  EXPECT_EQ(stopped.code, 130) << stopped.errors;
+  EXPECT_EQ(Frames("out.mkv"), 5);
+  ExpectFailure("apply -e 3 /dev/video99 none.mkv", 3, "expected a camera that V4L2 knows");
+}
+#endif
+
+TEST_F(KolmMedia, ReplacesTheBackgroundOfAVideo) {
+  MakeVideo("-c:v ffv1 -pix_fmt yuv422p in.mkv", 6);
+  FFmpeg("-f lavfi -i color=red:s=640x480 -frames:v 1 red.png");
+  ExpectSuccess("store create store.img red.png");
+  ExpectSuccess("background --store store.img in.mkv out-%d.png");
+  for (int number = 1; number <= 6; ++number) {
+    const cv::Scalar mean = cv::mean(Read("out-" + std::to_string(number) + ".png"));
+    EXPECT_NEAR(mean[2], 254, 6);
+    EXPECT_NEAR(mean[1], 0, 4);
+  }
+}
+
+TEST_F(KolmMedia, TracksFaces) {
+  MakeVideo("-c:v ffv1 -pix_fmt yuv422p in.mkv", 5, "320x240");
+  ExpectFailure("track --detect 9x9 in.mkv out.mkv", 2, "the width a multiple of 4");
+  ExpectFailure("track --steps 0 in.mkv out.mkv", 2, "--steps");
+  ExpectFailure("track --factor 1 in.mkv out.mkv", 2, "--factor");
+  void* storage = nullptr;
+  void* image = nullptr;
+  Kolm_FT_InitFaceTracking(160, 120, &storage, &image);
+  const bool hasTracker = image != nullptr;
+  Kolm_FT_UninitFaceTracking(&storage, &image);
+  if (!hasTracker) {
+    ExpectFailure("track in.mkv out.mkv", 1, "no face tracker can be had");
+    return;
+  }
+  // Nobody is in the picture: it stays as it is.
+  ExpectSuccess("track --trace trace.jsonl in.mkv out.yuv");
+  FFmpeg("-i in.mkv -f rawvideo -pix_fmt yuyv422 in.yuv");
+  EXPECT_EQ(Text("out.yuv"), Text("in.yuv"));
+  const std::regex line(
+      "\\{\"frame\":[0-4],\"box\":null,\"target\":\\[0,0,320,240\\],\"crop\":\\[0,0,320,240\\],"
+      "\"stepIndex\":19,\"missCount\":0,\"microseconds\":[0-9]+\\}");
+  std::istringstream trace(Text("trace.jsonl"));
+  int lines = 0;
+  for (std::string each; std::getline(trace, each); ++lines) {
+    EXPECT_TRUE(std::regex_match(each, line)) << each;
+  }
+  EXPECT_EQ(lines, 5);
+  ExpectFailure("track --trace trace.jsonl in.mkv new.mkv", 7, "'trace.jsonl' exists already");
+  ExpectSuccess("track -y --overlay in.mkv out.yuv");
+  EXPECT_NE(Text("out.yuv"), Text("in.yuv"));
+}
+
+}  // namespace
+}  // namespace kolm
