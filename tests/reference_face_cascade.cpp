@@ -87,7 +87,7 @@ HaarFeature ReadFeature(Walk& walk) {
   HaarFeature feature = {};
   const int32_t count = walk.Count();
   for (int32_t i = 0; i < count; ++i) {
-    CascadeRectangle beyond;
+    CascadeRectangle beyond = {};
     CascadeRectangle& rectangle = i < 3 ? feature.rectangles[i] : beyond;
     rectangle.x = walk.Integer();
     rectangle.y = walk.Integer();

@@ -20,8 +20,6 @@
 namespace kolm {
 namespace {
 
-using namespace std::chrono_literals;
-
 class SampleSource : public FrameSource {
  public:
   SampleSource() {
@@ -104,7 +102,7 @@ void FrameFeed::Read() {
 
 bool FrameFeed::ReadToEnd() {
   const Clock::duration frameTime = Seconds(av_inv_q(shape_.rate), 1);
-  constexpr Clock::duration kLongestFrame = 10s;
+  constexpr Clock::duration kLongestFrame = std::chrono::seconds(10);
   FramePointer last;
   int64_t count = 0;
   MediaItem item;
@@ -112,7 +110,7 @@ bool FrameFeed::ReadToEnd() {
     if (!item.frame) continue;
     const Clock::duration sinceLast =
         last ? std::clamp<Clock::duration>(Seconds(shape_.timeBase, item.frame->pts - last->pts),
-                                           0s, kLongestFrame)
+                                           Clock::duration(0), kLongestFrame)
              : frameTime;
     last = Share(*item.frame);
     ++count;
@@ -149,7 +147,7 @@ bool FrameFeed::OpenAgain() {
 
 bool FrameFeed::Put(FramePointer frame, Clock::duration sinceLast) {
   // What comes late, for instance after a pause, does not make what follows come early.
-  constexpr Clock::duration kTolerance = 100ms;
+  constexpr Clock::duration kTolerance = std::chrono::milliseconds(100);
   std::unique_lock lock(mutex_);
   due_ += sinceLast;
   if (due_ < Clock::now() - kTolerance) due_ = Clock::now();
