@@ -2,8 +2,6 @@
  * both make the same calls. */
 #include "probe/client.h"
 
-#include <string.h>
-
 static void LookUp(const ClientRequest* request, ClientReply* reply) {
   EffectRoutine routine = NULL;
   uint32_t* values = reply->values;
@@ -59,7 +57,7 @@ static void BeginTracking(uint32_t item, uint32_t width, uint32_t height, uint32
                           ClientReply* reply) {
   FaceTracker* tracker = &trackers[item];
 
-  memset(tracker, 0, sizeof *tracker);
+  *tracker = (FaceTracker){0};
   tracker->frameWidth = width;
   tracker->frameHeight = height;
   tracker->detectWidth = (int32_t)(detection >> 16);
@@ -80,7 +78,7 @@ static void BeginTracking(uint32_t item, uint32_t width, uint32_t height, uint32
 static void Track(const ClientRequest* request, const uint8_t* source, ClientReply* reply,
                   uint8_t* destination) {
   FaceTracker* tracker = &trackers[request->item];
-  uint32_t repeat;
+  uint32_t repeat, i;
 
   tracker->srcFrame = source;
   tracker->dstFrame = destination;
@@ -88,7 +86,9 @@ static void Track(const ClientRequest* request, const uint8_t* source, ClientRep
   for (repeat = 0; repeat < request->parameter; ++repeat) {
     reply->results[1] = Kolm_FT_DoFaceTracking(request->item, tracker);
   }
-  memcpy(reply->tracker, tracker, sizeof reply->tracker);
+  for (i = 0; i < sizeof reply->tracker / sizeof reply->tracker[0]; ++i) {
+    reply->tracker[i] = ((const int32_t*)tracker)[i];
+  }
 }
 
 static void EndTracking(uint32_t item, ClientReply* reply) {

@@ -47,7 +47,7 @@ struct StreamReader {
     std::string& start = static_cast<StreamReader*>(opaque)->start;
     if (!start.empty()) {
       const size_t count = std::min(start.size(), static_cast<size_t>(size));
-      std::memcpy(buffer, start.data(), count);
+      std::copy_n(start.begin(), count, buffer);
       start.erase(0, count);
       return static_cast<int>(count);
     }
