@@ -20,11 +20,9 @@ class FileOutput : public ByteOutput {
   void Write(const void* bytes, size_t count) override { file_.Write(bytes, count); }
   bool CanSeek() const override { return true; }
   int64_t Seek(int64_t offset, int whence) override { return file_.Seek(offset, whence); }
+  int Reserve(int64_t count) override { return file_.Reserve(count); }
   void Finish() override { file_.Finish(); }
-  std::string Abandon() override {
-    const std::filesystem::path part = file_.KeepPart();
-    return part.empty() ? "" : "what was written until then is in " + Quoted(part);
-  }
+  std::filesystem::path KeepPart() override { return file_.KeepPart(); }
 
  private:
   NewFile file_;
@@ -44,7 +42,9 @@ class StandardOutput : public ByteOutput {
       const ssize_t written = write(STDOUT_FILENO, next, count);
       if (written < 0 && errno == EINTR) continue;
       if (written < 0 && errno == EPIPE) {
-        throw Failure(ExitCode::ClosedPipe, "");
+        throw Failure(ExitCode::ClosedPipe,
+                      "nobody reads standard output any more; expected a program that reads all "
+                      "frames");
       }
       if (written < 0) {
         throw Failure(ExitCode::UnwritableOutput,
@@ -57,8 +57,9 @@ class StandardOutput : public ByteOutput {
   }
   bool CanSeek() const override { return false; }
   int64_t Seek(int64_t, int) override { return -1; }
+  int Reserve(int64_t) override { return 0; }
   void Finish() override {}
-  std::string Abandon() override { return {}; }
+  std::filesystem::path KeepPart() override { return {}; }
 };
 
 }  // namespace

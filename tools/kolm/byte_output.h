@@ -19,10 +19,14 @@ class ByteOutput {
   virtual bool CanSeek() const = 0;
   virtual int64_t Seek(int64_t offset, int whence) = 0;
 
+  // As NewFile::Reserve.
+  virtual int Reserve(int64_t count) = 0;
+
   virtual void Finish() = 0;
 
-  // Keeps what was written and tells where, for a message.
-  virtual std::string Abandon() = 0;
+  // Instead of Finish: keeps what was written under another name and returns that name; none if
+  // there is nothing to keep.
+  virtual std::filesystem::path KeepPart() = 0;
 };
 
 // `path` may be "-" for standard output.

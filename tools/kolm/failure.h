@@ -20,9 +20,9 @@ enum class ExitCode {
   UnusableStore = 9,  // a store that cannot be read or is no whole number of records
   NoSuchRecord = 10,
   BrokenInput = 11,  // it ended early or is damaged; the output holds what could be done
-  ClosedPipe = 12,   // nobody reads standard output any more: no message
+  ClosedPipe = 12,   // nobody reads standard output any more
   NoDisplay = 13,    // no window can be opened
-  Stopped = 130,     // by SIGINT or SIGTERM; the output holds what was done until then
+  Stopped = 130,     // by SIGINT, SIGTERM or SIGHUP; the output holds what was done until then
 };
 
 // Ends the tool with this exit code; the text says what is wrong and what was expected.

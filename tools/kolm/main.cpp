@@ -8,6 +8,7 @@
 #include "tools/kolm/commands.h"
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
+#include "tools/kolm/stop_request.h"
 
 namespace kolm {
 namespace {
@@ -43,7 +44,7 @@ Exit codes:
   11 the input broke off or is damaged; the output holds what could be done
   12 nobody reads standard output any more
   13 there is no display for a window
-  130 stopped by SIGINT or SIGTERM; the output holds what was done until then)";
+  130 stopped by SIGINT, SIGTERM or SIGHUP; the output holds what was done until then)";
 
 int Run(int argumentCount, char** arguments) {
   CLI::App app(
@@ -89,10 +90,10 @@ int main(int argumentCount, char** arguments) {
   // A write beyond the allowed file size or into a closed pipe then fails like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);
+  kolm::CleanUpOnSignals();
   try {
     return kolm::Run(argumentCount, arguments);
   } catch (const kolm::Failure& failure) {
-    // Of a closed pipe there is nobody to tell.
     if (*failure.what() != '\0') std::cerr << "kolm: " << failure.what() << '\n';
     return static_cast<int>(failure.code);
   } catch (const std::exception& error) {

@@ -11,6 +11,8 @@ extern "C" {
 #include <cstdlib>
 #include <new>
 
+#include "tools/kolm/new_file.h"
+
 namespace kolm {
 
 namespace {
@@ -46,6 +48,10 @@ std::string AvErrorText(int error) {
   char text[AV_ERROR_MAX_STRING_SIZE];
   av_strerror(error, text, sizeof text);
   return text;
+}
+
+std::string WhereText(const std::filesystem::path& output) {
+  return "what was done until then is in " + (output == "-" ? "standard output" : Quoted(output));
 }
 
 FramePool::FramePool(int width, int height, AVPixelFormat format, int rowAlignment)

@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,6 +48,9 @@ class FramePool {
   int rowAlignment_;
   std::unique_ptr<AVBufferPool, FreeAvObject> pool_;
 };
+
+// For messages of work that did not come to its end.
+std::string WhereText(const std::filesystem::path& output);
 
 // What stays the same from a source's first frame to its last. The pointers hold as long as the
 // source lives.
@@ -94,11 +98,18 @@ class FrameSink {
 
   virtual void Write(MediaItem item) = 0;
 
-  // Gives the output its end and its name. Without this call nothing is left, but for Abandon.
+  // Gives the output its end and its name. Without this call nothing is left, but for the next one.
   virtual void Finish() = 0;
 
-  // Once Write or Finish has failed: keeps what was written so far if it can, and tells where.
-  virtual std::string Abandon() { return {}; }
+  // Instead of Finish, also once Write or Finish has failed: keeps what was written so far if it
+  // can, under another name, and tells where.
+  virtual std::string FinishAsPart() { return {}; }
+
+  // What of the source was refused; empty if nothing was.
+  const std::string& Damage() const { return damage_; }
+
+ protected:
+  std::string damage_;
 };
 
 }  // namespace kolm

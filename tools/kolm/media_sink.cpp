@@ -30,9 +30,8 @@ class PictureSink : public FrameSink {
   void Write(MediaItem item) override {
     if (!item.frame) return;
     if (!isSequence_ && isWritten_) {
-      FailToWrite(options_.output,
-                  "the input has more than one frame, the output is one picture (for a sequence "
-                  "its name needs a number's place, as in out-%04d.png)");
+      FailToWrite(options_.output, "the input has more than one frame, the output is one picture",
+                  "a video's name, or one with a place for a number, such as out-%04d.png");
     }
     const AVFrame& frame = *item.frame;
     const std::vector<uint8_t> bytes(
@@ -50,7 +49,7 @@ class PictureSink : public FrameSink {
     if (!isSequence_) WritePicture(picture_, options_.output, options_.overwrite);
   }
 
-  std::string Abandon() override {
+  std::string FinishAsPart() override {
     return isSequence_ && isWritten_ ? "the pictures before it are there" : "";
   }
 
@@ -60,7 +59,8 @@ class PictureSink : public FrameSink {
     const std::filesystem::path pattern = options_.output;
     if (av_get_frame_filename2(name, sizeof name, pattern.filename().c_str(),
                                static_cast<int>(number), 0) < 0) {
-      FailToWrite(pattern, "its name has no single place for a number");
+      FailToWrite(pattern, "its name has no single place for a number",
+                  "a name such as out-%04d.png");
     }
     return pattern.parent_path() / name;
   }
@@ -84,7 +84,10 @@ class RawSink : public FrameSink {
     output_->Write(frame.data[0], static_cast<size_t>(frame.linesize[0]) * frame.height);
   }
   void Finish() override { output_->Finish(); }
-  std::string Abandon() override { return output_->Abandon(); }
+  std::string FinishAsPart() override {
+    const std::filesystem::path part = output_->KeepPart();
+    return part.empty() ? "" : WhereText(part);
+  }
 
  private:
   std::unique_ptr<ByteOutput> output_;

@@ -121,6 +121,12 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
                       "; expected numbered picture files");
   }
   std::sort(found.begin(), found.end());
+  const int missing = found.back().first - found[0].first + 1 - static_cast<int>(found.size());
+  if (missing > 0) {
+    Tell(Quoted(options.input) + " lacks " + std::to_string(missing) + " of the pictures from " +
+         std::to_string(found[0].first) + " to " + std::to_string(found.back().first) +
+         "; the result has no gaps");
+  }
   std::vector<std::filesystem::path> paths;
   paths.reserve(found.size());
   for (const auto& [number, path] : found) paths.push_back(path);
@@ -129,30 +135,42 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
   return source;
 }
 
-[[noreturn]] void FailToRead(const std::string& input, const std::string& reason) {
+[[noreturn]] void FailToRead(const SourceOptions& options, const std::string& reason) {
   throw Failure(ExitCode::UnreadablePicture,
-                "cannot read " + Quoted(input) + ": " + reason +
+                "cannot read " + InputName(options) + ": " + reason +
                     "; expected a picture, a video, a device such as /dev/video0, or - for "
                     "standard input");
 }
 
-std::unique_ptr<FrameSource> OpenStandardInput(const SourceOptions& options) {
+// Takes over the file, which cannot be read twice.
+std::unique_ptr<FrameSource> OpenStream(int file, const SourceOptions& options) {
   constexpr std::string_view kMagic = "YUV4MPEG2";
   std::string start(kMagic.size(), '\0');
   size_t size = 0;
   while (size < start.size()) {
-    WaitForInput(STDIN_FILENO);
+    WaitForInput(file);
     if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
-    const ssize_t count = read(STDIN_FILENO, &start[size], start.size() - size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) FailToRead("-", std::strerror(errno));
+    const ssize_t count = read(file, &start[size], start.size() - size);
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (count < 0) FailToRead(options, std::strerror(errno));
     if (count == 0) break;
     size += static_cast<size_t>(count);
   }
   start.resize(size);
-  if (start.empty()) FailToRead("-", "it is empty");
-  if (options.width > 0 && start != kMagic) return OpenRawSource(STDIN_FILENO, start, options);
-  return OpenVideoStream(start, options);
+  if (start.empty()) FailToRead(options, "it is empty");
+  if (options.width > 0 && start != kMagic) return OpenRawSource(file, start, options);
+  return OpenVideoStream(file, start, options);
+}
+
+// Whether the name tells of a video with a header, which is no file of raw frames.
+bool HasVideoName(const std::string& name) {
+  const AVOutputFormat* format = av_guess_format(nullptr, name.c_str(), nullptr);
+  return format != nullptr && format->video_codec != AV_CODEC_ID_NONE &&
+         std::strcmp(format->name, "rawvideo") != 0;
+}
+
+bool HasRawName(const std::string& name) {
+  return std::filesystem::path(name).extension() == ".yuv";
 }
 
 }  // namespace
@@ -161,26 +179,38 @@ bool IsNumberedName(const std::string& name) {
   return std::regex_search(std::filesystem::path(name).filename().string(), kNumberField);
 }
 
+std::string InputName(const SourceOptions& options) {
+  return options.input == "-" ? "standard input" : Quoted(options.input);
+}
+
 std::unique_ptr<FrameSource> OpenSource(const SourceOptions& options) {
-  if (options.input == "-") return OpenStandardInput(options);
+  if (options.input == "-") return OpenStream(STDIN_FILENO, options);
   if (std::regex_match(options.input, std::regex("/dev/video[0-9]+"))) return OpenDevice(options);
   struct stat status;
   const bool exists = stat(options.input.c_str(), &status) == 0;
   if (!exists && IsNumberedName(options.input)) return OpenSequence(options);
-  if (!exists) FailToRead(options.input, std::strerror(errno));
-  if (S_ISDIR(status.st_mode)) FailToRead(options.input, "it is a directory");
-  // A named pipe would lose the bytes that are looked at.
-  if (S_ISREG(status.st_mode) && IsPicture(options.input)) {
+  if (!exists) FailToRead(options, std::strerror(errno));
+  if (S_ISDIR(status.st_mode)) FailToRead(options, "it is a directory");
+  const bool isFile = S_ISREG(status.st_mode);
+  if (isFile && IsPicture(options.input)) {
+    if (options.width > 0) {
+      Tell(InputName(options) + " is a picture, which tells its size itself: -s is left aside");
+    }
     return std::make_unique<PictureSource>(std::vector<std::filesystem::path>{options.input},
                                            options);
   }
-  if (S_ISREG(status.st_mode) && status.st_size == 0) FailToRead(options.input, "it is empty");
-  if (options.width > 0) {
-    const int file = open(options.input.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) FailToRead(options.input, std::strerror(errno));
-    return OpenRawSource(file, "", options);
+  if (isFile && status.st_size == 0) FailToRead(options, "it is empty");
+  const bool isRaw = options.width > 0 && !HasVideoName(options.input);
+  if (isFile && !isRaw) {
+    if (HasRawName(options.input)) {
+      FailToRead(options, "it holds raw frames, which do not tell their size (give -s WxH)");
+    }
+    return OpenVideo(options);
   }
-  return OpenVideo(options);
+  // Waits for the other end of a named pipe where a signal can end the wait.
+  const int file = open(options.input.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file < 0) FailToRead(options, std::strerror(errno));
+  return isFile ? OpenRawSource(file, "", options) : OpenStream(file, options);
 }
 
 }  // namespace kolm

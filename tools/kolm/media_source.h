@@ -19,6 +19,9 @@ struct SourceOptions {
 // Reads until the first frame is there. Throws Failure.
 std::unique_ptr<FrameSource> OpenSource(const SourceOptions& options);
 
+// For messages.
+std::string InputName(const SourceOptions& options);
+
 // Of a pattern such as "frame-%04d.png".
 bool IsNumberedName(const std::string& name);
 

@@ -1,6 +1,7 @@
 // Runs the tool on videos, pipes, sequences and a camera, whole and damaged ones.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -200,6 +201,11 @@ TEST_F(KolmMedia, NumberedSequences) {
   EXPECT_EQ(Probe("out.mp4", "-show_entries stream=r_frame_rate"), "5/1 ");
   ExpectFailure("apply -e 3 in-%03d.png out-%d.png", 7, "out-7.png' exists already");
   ExpectFailure("apply -e 3 missing-%03d.png out.mkv", 3, "there is no picture of such a name");
+  fs::remove(folder / "in-008.png");
+  EXPECT_EQ(Run("apply -e negative in-%03d.png gap-%d.png").errors,
+            "kolm: 'in-%03d.png' lacks 1 of the pictures from 7 to 11; the result has no gaps\n");
+  EXPECT_TRUE(fs::exists(folder / "gap-10.png"));
+  FFmpeg("-i in-007.png in-008.png");
   // One that cannot be read ends the sequence.
   WriteText(folder / "in-010.png", "no picture at all\n");
   const Outcome outcome = Run("apply -e 3 in-%03d.png short.mkv");
@@ -213,7 +219,9 @@ TEST_F(KolmMedia, PicturesAndVideosMeet) {
   ExpectSuccess("apply -e sepia picture.png still.mp4");
   EXPECT_EQ(Frames("still.mp4"), 1);
   MakeVideo("in.mkv", 3);
-  ExpectFailure("apply -e sepia in.mkv out.png", 8, "for a sequence its name needs");
+  ExpectFailure("apply -e sepia in.mkv out.png", 8,
+                "more than one frame, the output is one picture; expected a video's name, or one "
+                "with a place for a number");
 }
 
 TEST_F(KolmMedia, ScalesFramesThatChangeTheirSize) {
@@ -244,12 +252,82 @@ TEST_F(KolmMedia, KeepsWhatATruncatedVideoHolds) {
     const Outcome outcome = Run(arguments);
     EXPECT_EQ(outcome.code, 11);
     EXPECT_NE(outcome.errors.find("is damaged: "), std::string::npos) << outcome.errors;
-    EXPECT_NE(outcome.errors.find("what could be read is in 'out.mkv'"), std::string::npos);
+    EXPECT_NE(outcome.errors.find("what was done until then is in 'out.mkv'"), std::string::npos);
     EXPECT_GE(Frames("out.mkv"), 8);
     EXPECT_LT(Frames("out.mkv"), 40);
   }
   EXPECT_EQ(Shell("head -c 30000 in.yuv | '" KOLM_TOOL "' apply -e 3 -s 64x48 - -").output.size(),
             4 * kFrameBytes);
+}
+
+TEST_F(KolmMedia, TimesMayBeginLate) {
+  FFmpeg("-f lavfi -i testsrc2=s=64x48:r=10 -f lavfi -i sine -t 3 -c:a aac in.mp4");
+  for (const std::string name : {"late.mkv", "late.mp4", "late.ts", "late.flv"}) {
+    FFmpeg("-i in.mp4 -c copy -output_ts_offset 10 " + name);
+    ExpectSuccess("apply -y -e 3 " + name + " out.mkv");
+    EXPECT_EQ(Frames("out.mkv"), 30) << name;
+    EXPECT_LT(std::atof(Probe("out.mkv", "-show_entries format=start_time").c_str()), 0.1);
+  }
+  const std::string whole = Text("late.mkv");
+  WriteText(folder / "late.mkv", whole.substr(0, whole.size() * 6 / 10));
+  EXPECT_EQ(Run("apply -y -e 3 late.mkv out.mkv").code, 11);
+}
+
+TEST_F(KolmMedia, TurnsATelephonesVideoUpright) {
+  FFmpeg("-f lavfi -i testsrc=s=64x48:r=10 -frames:v 3 -c:v libx264 -crf 1 in.mp4");
+  for (const std::string degrees : {"90", "180", "270"}) {
+    SCOPED_TRACE(degrees);
+    FFmpeg("-i in.mp4 -c copy -metadata:s:v rotate=" + degrees + " turned.mp4");
+    FFmpeg("-i turned.mp4 -frames:v 1 expected.png");
+    for (const std::string output : {"out.mkv", "out.mp4"}) {
+      ExpectSuccess("apply -y -e box-blur:0 turned.mp4 " + output);
+      EXPECT_EQ(Frames(output), 3);
+      FFmpeg("-i " + output + " -frames:v 1 out.png");
+      const cv::Mat expected = Read("expected.png"), out = Read("out.png");
+      ASSERT_EQ(out.size(), expected.size());
+      EXPECT_LT(cv::norm(out, expected, cv::NORM_L1) / static_cast<double>(out.total() * 3), 10);
+    }
+  }
+}
+
+TEST_F(KolmMedia, LeavesOutDamagedSound) {
+  FFmpeg("-f lavfi -i testsrc2=s=64x48:r=10 -f lavfi -i sine -t 2 -c:a aac in.ts");
+  std::string bytes = Text("in.ts");
+  const size_t header = bytes.find("\xff\xf1", bytes.size() / 2);
+  ASSERT_NE(header, std::string::npos);
+  bytes[header] = 0x12;
+  WriteText(folder / "bad.ts", bytes);
+  for (const std::string name : {"out.mkv", "out.mp4"}) {
+    const Outcome outcome = Run("apply -e 3 bad.ts " + name);
+    EXPECT_EQ(outcome.code, 11);
+    EXPECT_NE(outcome.errors.find("some packets of its sound are left out"), std::string::npos)
+        << outcome.errors;
+    EXPECT_EQ(Frames(name), 20);
+    EXPECT_GT(std::atoi(Probe(name,
+                              "-count_packets -select_streams a -show_entries "
+                              "stream=nb_read_packets")
+                            .c_str()),
+              50);
+  }
+}
+
+TEST_F(KolmMedia, TellsWhichOptionsAreLeftAside) {
+  MakeVideo("in.mkv", 2);
+  MakeVideo("in.png", 1);
+  const auto errors = [&](const std::string& arguments) {
+    const Outcome outcome = Run("apply -y -e 3 " + arguments + " out.mkv");
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_EQ(Probe("out.mkv", "-show_entries stream=width,height"), "64,48 ");
+    return outcome.errors;
+  };
+  EXPECT_EQ(errors("-s 32x32 -r 5 in.mkv"),
+            "kolm: 'in.mkv' tells its size itself: -s is left aside\n"
+            "kolm: 'in.mkv' tells its rate itself: -r is left aside\n");
+  EXPECT_EQ(errors("-s 32x32 in.png"),
+            "kolm: 'in.png' is a picture, which tells its size itself: -s is left aside\n");
+  MakeRaw(1);
+  fs::rename(folder / "in.yuv", folder / "frame");
+  EXPECT_EQ(errors("-s 64x48 frame"), "");
 }
 
 TEST_F(KolmMedia, TellsWhatIsNoVideo) {
@@ -277,7 +355,10 @@ TEST_F(KolmMedia, TellsWhatIsNoVideo) {
   ExpectFailure("apply -e 3 -r fast in.mp4 out.mkv", 2, "expected frames a second");
   ExpectFailure("apply -e 3 --codec h26x in.mp4 out.mkv", 8, "there is no video encoder 'h26x'");
   ExpectFailure("apply -e 3 --format mkv4 in.mp4 out.mkv", 8, "there is no video format 'mkv4'");
-  ExpectFailure("apply -e 3 in.mp4 out.xyz", 8, "no video format has the extension '.xyz'");
+  ExpectFailure("apply -e 3 in.mp4 out.xyz", 8,
+                "no video format has the extension '.xyz'; expected an extension such as .mp4");
+  WriteText(folder / "in.yuv", std::string(kFrameBytes, 'x'));
+  ExpectFailure("apply -e 3 in.yuv out.mkv", 3, "give -s WxH");
   ExpectFailure("apply -e 3 --codec ffv1 in.mp4 out.webm", 8, "cannot write 'out.webm'");
   // A list does not reach for other files.
   WriteText(folder / "list.m3u8",
@@ -312,6 +393,44 @@ TEST_F(KolmMedia, KeepsAnExistingVideo) {
   EXPECT_EQ(Text("out.mkv"), "precious");
   ExpectSuccess("apply -y -e 3 in.mkv in.mkv");
   EXPECT_EQ(Frames("in.mkv"), 12);
+  // A link stays one.
+  fs::create_symlink("out.mkv", folder / "link.mkv");
+  ExpectSuccess("apply -y -e 3 in.mkv link.mkv");
+  EXPECT_TRUE(fs::is_symlink(folder / "link.mkv"));
+  EXPECT_EQ(Frames("out.mkv"), 12);
+}
+
+TEST_F(KolmMedia, KeepsAnInputThatIsTheOutputAsWell) {
+  MakeVideo("-g 5 whole.mkv", 60);
+  const std::string whole = Text("whole.mkv"), cut = whole.substr(0, whole.size() * 6 / 10);
+  WriteText(folder / "in.mkv", cut);
+  const std::regex part(
+      "INPUT is as it was; what was done until then is in '\\./(in\\.part-[0-9]+\\.mkv)'");
+  const auto expectPart = [&](const Outcome& outcome, int code) {
+    EXPECT_EQ(outcome.code, code);
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(outcome.errors, match, part)) << outcome.errors;
+    EXPECT_GE(Frames(match[1].str()), 5);
+    fs::remove(folder / match[1].str());
+  };
+  expectPart(Run("apply -y -e 3 in.mkv ./in.mkv"), 11);
+  EXPECT_EQ(Text("in.mkv"), cut);
+
+  // So long that the signal comes before the end.
+  MakeRaw(1);
+  fs::create_hard_link(folder / "in.yuv", folder / "same.yuv");
+  const std::string source = Text("in.yuv");
+  constexpr uintmax_t kBytes = uintmax_t{320} * 240 * 2 * 2000;
+  fs::resize_file(folder / "in.yuv", kBytes);
+  const Outcome stopped = Shell(
+      "'" KOLM_TOOL
+      "' apply -y -e box-blur:8 -s 320x240 in.yuv same.yuv & tool=$!; for i in $(seq 500); do "
+      "ls -A | grep -q '^\\.same' && break; sleep 0.01; done; kill -INT $tool; wait $tool");
+  EXPECT_EQ(stopped.code, 130) << stopped.errors;
+  EXPECT_NE(stopped.errors.find("INPUT is as it was"), std::string::npos) << stopped.errors;
+  EXPECT_EQ(fs::file_size(folder / "same.yuv"), kBytes);
+  EXPECT_TRUE(fs::equivalent(folder / "in.yuv", folder / "same.yuv"));
+  EXPECT_EQ(Shell("head -c 6144 in.yuv").output, source);
 }
 
 TEST_F(KolmMedia, KeepsWhatAFullDiskHolds) {
@@ -320,7 +439,7 @@ TEST_F(KolmMedia, KeepsWhatAFullDiskHolds) {
   const Outcome outcome = Run("apply -e 3 in.mkv out.y4m", "ulimit -f 100");
   EXPECT_EQ(outcome.code, 8);
   const std::regex part(
-      "File too large.*what was written until then is in "
+      "File too large.*what was done until then is in "
       "'(out\\.part-[0-9]+\\.y4m)'");
   std::smatch match;
   ASSERT_TRUE(std::regex_search(outcome.errors, match, part)) << outcome.errors;
@@ -330,22 +449,44 @@ TEST_F(KolmMedia, KeepsWhatAFullDiskHolds) {
     EXPECT_EQ(Shell("'" KOLM_TOOL "' apply -e 3 --format " + form + " in.mkv - >/dev/full").code,
               8);
   }
-  ExpectFailure("apply -y -e 3 in.mkv /dev/full", 8, "it is not a regular file");
+  ExpectFailure("apply -y -e 3 in.mkv /dev/full", 8,
+                "it is not a regular file; expected the name of a file, or - with");
 }
 
-TEST_F(KolmMedia, EndsQuietlyWhenNobodyReads) {
+TEST_F(KolmMedia, KeepsAnMp4ThatCanBePlayedWhereTheDiskIsFull) {
+  FFmpeg("-f lavfi -i testsrc2=s=320x240:r=10 -frames:v 200 -c:v ffv1 in.mkv");
+  const Outcome outcome = Run("apply -e 13 --crf 4 in.mkv out.mp4", "ulimit -f 2000");
+  EXPECT_EQ(outcome.code, 8);
+  const std::regex part(
+      "File too large; expected room for it.*; what was done until then is in "
+      "'(out\\.part-[0-9]+\\.mp4)'");
+  std::smatch match;
+  ASSERT_TRUE(std::regex_search(outcome.errors, match, part)) << outcome.errors;
+  EXPECT_EQ(Names(), (std::vector<std::string>{"in.mkv", match[1].str()}));
+  EXPECT_GE(Frames(match[1].str()), 5);
+  EXPECT_EQ(Shell("ffmpeg -v error -i " + match[1].str() + " -f null -").errors, "");
+  // What fits is there, and takes no more of the disk than its length.
+  ExpectSuccess("apply -e 13 --crf 4 in.mkv whole.mp4");
+  EXPECT_EQ(Frames("whole.mp4"), 200);
+  struct stat status;
+  ASSERT_EQ(stat((folder / "whole.mp4").c_str(), &status), 0);
+  EXPECT_LT(status.st_blocks * 512, status.st_size + 65536);
+}
+
+TEST_F(KolmMedia, EndsWhenNobodyReads) {
   MakeVideo("in.mkv", 100);
   for (const std::string form : {"rawvideo", "yuv4mpegpipe"}) {
     const Outcome outcome = Shell("('" KOLM_TOOL "' apply -e 3 --format " + form +
                                   " in.mkv -; echo $? >code) | head -c 100 >/dev/null");
     EXPECT_EQ(Text("code"), "12\n");
-    EXPECT_EQ(outcome.errors, "");
+    EXPECT_NE(outcome.errors.find("nobody reads standard output any more"), std::string::npos)
+        << outcome.errors;
   }
 }
 
 TEST_F(KolmMedia, FinishesTheFileWhenStopped) {
   MakeRaw();
-  for (const std::string signal : {"INT", "TERM"}) {
+  for (const std::string signal : {"INT", "TERM", "HUP"}) {
     for (const std::string name : {"out.mp4", "out.mkv", "out.yuv"}) {
       SCOPED_TRACE(name);
       // The input stays open, so that only the signal ends the run. By then the tool has read what
@@ -367,6 +508,45 @@ TEST_F(KolmMedia, FinishesTheFileWhenStopped) {
       }
     }
   }
+}
+
+TEST_F(KolmMedia, LeavesNothingAtTheSecondSignal) {
+  MakeRaw();
+  ASSERT_EQ(Shell("mkfifo pipe").code, 0);
+  for (const std::string second : {"INT", "HUP"}) {
+    SCOPED_TRACE(second);
+    // Both come while the tool stands still, so that it cannot end in between.
+    const Outcome outcome =
+        Shell("(cat in.yuv; exec sleep 60) >pipe & writer=$!; '" KOLM_TOOL
+              "' apply -e 3 -s 64x48 pipe out.mp4 & tool=$!; for i in $(seq 500); do sleep 0.02; "
+              "ls -A | grep -q '^\\.out\\.mp4' && echo begun && break; done; kill -STOP $tool; "
+              "kill -TERM $tool; kill -" +
+              second + " $tool; kill -CONT $tool; wait $tool; code=$?; kill $writer; exit $code");
+    EXPECT_EQ(outcome.output, "begun\n");
+    EXPECT_GT(outcome.code, 128) << outcome.errors;
+    EXPECT_EQ(Names(), (std::vector<std::string>{"in.yuv", "pipe"}));
+  }
+}
+
+TEST_F(KolmMedia, WaitsForANamedPipe) {
+  MakeRaw();
+  ASSERT_EQ(Shell("mkfifo pipe").code, 0);
+  for (const std::string signal : {"INT", "TERM", "HUP"}) {
+    const Outcome outcome =
+        Shell("'" KOLM_TOOL "' apply -e 3 pipe out.mkv & tool=$!; sleep 0.3; kill -" + signal +
+              " $tool; wait $tool");
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_NE(outcome.errors.find("stopped before the first frame"), std::string::npos);
+  }
+  EXPECT_EQ(Names(), (std::vector<std::string>{"in.yuv", "pipe"}));
+  EXPECT_EQ(Shell("(sleep 0.2; cat in.yuv >pipe) & '" KOLM_TOOL
+                  "' apply -e 5:0 -s 64x48 pipe out.yuv; code=$?; wait; exit $code")
+                .code,
+            0);
+  EXPECT_EQ(Text("out.yuv"), Text("in.yuv"));
+  MakeVideo("in.y4m");
+  EXPECT_EQ(Shell("cat in.y4m >pipe & '" KOLM_TOOL "' apply -e 3 pipe out.mkv").code, 0);
+  EXPECT_EQ(Frames("out.mkv"), 12);
 }
 
 TEST_F(KolmMedia, ShowsProgressOnATerminalOnly) {
@@ -465,6 +645,11 @@ TEST_F(KolmMedia, TracksFaces) {
   }
   EXPECT_EQ(lines, 5);
   ExpectFailure("track --trace trace.jsonl in.mkv new.mkv", 7, "'trace.jsonl' exists already");
+  ExpectFailure("track -y --trace in.mkv in.mkv new.mkv", 2, "'in.mkv' is INPUT itself");
+  ExpectFailure("track -y --trace ./new.mkv in.mkv new.mkv", 2, "'./new.mkv' is OUTPUT itself");
+  ExpectFailure("track --trace - in.mkv -", 2, "'-' is OUTPUT itself");
+  const std::string lines5 = Run("track --trace - in.mkv new.mkv").output;
+  EXPECT_EQ(std::count(lines5.begin(), lines5.end(), '\n'), 5);
   ExpectSuccess("track -y --overlay in.mkv out.yuv");
   EXPECT_NE(Text("out.yuv"), Text("in.yuv"));
 }

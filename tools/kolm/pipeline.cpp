@@ -138,10 +138,6 @@ std::exception_ptr RunOverlapped(FrameSource& source, Worker& worker, FrameSink&
   return reading;
 }
 
-std::string OutputName(const MediaArguments& arguments) {
-  return arguments.output == "-" ? "standard output" : Quoted(arguments.output);
-}
-
 [[noreturn]] void FailForOption(const char* option, const std::string& value,
                                 const char* expected) {
   throw Failure(ExitCode::CommandLine,
@@ -162,8 +158,12 @@ const char* const kAboutMedia =
     "converted, what tells no colour space is taken for BT.601, and videos are written as BT.601.\n"
     "Packed 4:2:2 is not converted at all. Lossy codecs get 4:2:0 (MJPEG 4:2:2), lossless ones\n"
     "4:2:2. Transparent parts of pictures are laid on white; of an odd width the last column is\n"
-    "left out.\n\n"
-    "The first SIGINT or SIGTERM (Ctrl-C) ends OUTPUT properly, a second one at once.";
+    "left out; what a telephone has marked as turned is turned upright.\n\n"
+    "The first SIGINT (Ctrl-C), SIGTERM or SIGHUP ends OUTPUT properly, a second one at once. "
+    "What\n"
+    "cannot be finished, for instance on a full disk, stays beside OUTPUT with '.part-' in its "
+    "name;\n"
+    "so does what comes of a stop or of damage where OUTPUT is INPUT.";
 
 void AddMediaArguments(CLI::App* command, MediaArguments& arguments) {
   command->add_option("INPUT", arguments.input, "What frames come from")->required()->type_name("");
@@ -224,25 +224,31 @@ void ProcessMedia(const MediaArguments& arguments,
   const FrameWork work = makeWork(source->Shape());
   const std::unique_ptr<FrameSink> sink = OpenSink(sinkOptions, source->Shape());
   std::exception_ptr reading;
+  bool isStopped = false;
+  std::string where;
   try {
     Worker worker(work, source->Shape().frames);
     reading = std::thread::hardware_concurrency() > 1 ? RunOverlapped(*source, worker, *sink)
                                                       : RunByTurns(*source, worker, *sink);
-    sink->Finish();
+    isStopped = StopRequested();
+    const bool isWhole =
+        !reading && !isStopped && source->Damage().empty() && sink->Damage().empty();
+    if (!isWhole && IsSameFile(arguments.input, arguments.output)) {
+      where = "; INPUT is as it was; " + sink->FinishAsPart();
+    } else {
+      sink->Finish();
+      where = "; " + WhereText(arguments.output);
+    }
   } catch (const Failure& failure) {
-    const std::string kept = sink->Abandon();
+    const std::string kept = sink->FinishAsPart();
     throw Failure(failure.code, failure.what() + (kept.empty() ? kept : "; " + kept));
   }
   if (reading) std::rethrow_exception(reading);
-  if (StopRequested()) {
-    throw Failure(ExitCode::Stopped,
-                  "stopped; what was done until then is in " + OutputName(arguments));
-  }
-  if (!source->Damage().empty()) {
-    throw Failure(ExitCode::BrokenInput,
-                  (arguments.input == "-" ? "standard input" : Quoted(arguments.input)) +
-                      " is damaged: " + source->Damage() + "; what could be read is in " +
-                      OutputName(arguments));
+  if (isStopped) throw Failure(ExitCode::Stopped, "stopped" + where);
+  const std::string& damage = source->Damage().empty() ? sink->Damage() : source->Damage();
+  if (!damage.empty()) {
+    const std::string name = arguments.input == "-" ? "standard input" : Quoted(arguments.input);
+    throw Failure(ExitCode::BrokenInput, name + " is damaged: " + damage + where);
   }
 }
 

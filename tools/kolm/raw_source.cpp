@@ -23,7 +23,7 @@ class RawSource : public FrameSource {
  public:
   RawSource(int file, std::string start, const SourceOptions& options)
       : file_(file),
-        name_(options.input == "-" ? "standard input" : Quoted(options.input)),
+        name_(InputName(options)),
         start_(std::move(start)),
         isOdd_(options.width % 2 != 0),
         read_(options.width + (isOdd_ ? 1 : 0), options.height, AV_PIX_FMT_YUYV422, 1),

@@ -6,20 +6,48 @@
 
 #include <atomic>
 
+#include "tools/kolm/new_file.h"
+
 namespace kolm {
 namespace {
 
-std::atomic<bool> stopRequested = false;
+std::atomic<bool> stopRequested = false, isWatched = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
+
+// With what the signal does by itself.
+void SetDefault(int signal) {
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  sigaction(signal, &action, nullptr);
+}
+
+void OnSignal(int signal) {
+  if (isWatched.exchange(false)) {
+    stopRequested = true;
+    return;
+  }
+  NewFile::RemoveUnfinished();
+  SetDefault(signal);
+  raise(signal);
+}
 
 }  // namespace
 
-void WatchForStop() {
-  struct sigaction action = {};
-  action.sa_handler = [](int) { stopRequested = true; };
-  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+void WatchForStop() { isWatched = true; }
+
+void CleanUpOnSignals() {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction action = {};
+    // A run under nohup goes on when the terminal is closed.
+    if (signal == SIGHUP && sigaction(signal, nullptr, &action) == 0 &&
+        action.sa_handler == SIG_IGN) {
+      continue;
+    }
+    action = {};
+    action.sa_handler = OnSignal;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
 }
 
 bool StopRequested() { return stopRequested; }

@@ -3,7 +3,10 @@
 
 namespace kolm {
 
-// From now on the first SIGINT or SIGTERM only asks to stop; a second one ends the process.
+// From now on SIGINT, SIGTERM and SIGHUP end the process without leaving half a file behind.
+void CleanUpOnSignals();
+
+// From now on the first of them only asks to stop.
 void WatchForStop();
 
 bool StopRequested();

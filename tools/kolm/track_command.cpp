@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
 
+#include "tools/kolm/byte_output.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/face_follower.h"
 #include "tools/kolm/face_outlines.h"
@@ -35,8 +37,7 @@ class Tracker {
   Tracker(const TrackOptions& options, const MediaShape& shape)
       : options_(options),
         results_(shape.width, shape.height, AV_PIX_FMT_YUYV422, 1),
-        trace_(options.trace.empty() ? nullptr
-                                     : std::make_unique<NewFile>(options.trace, options.overwrite)),
+        trace_(options.trace.empty() ? nullptr : OpenByteOutput(options.trace, options.overwrite)),
         follower_(options, shape.width, shape.height) {}
 
   FramePointer Follow(FramePointer source) {
@@ -61,6 +62,12 @@ class Tracker {
     if (trace_) trace_->Finish();
   }
 
+  // Instead of Finish, once something has failed: the text tells where the trace is.
+  std::string FinishAsPart() {
+    const std::filesystem::path part = trace_ ? trace_->KeepPart() : std::filesystem::path();
+    return part.empty() ? "" : "; its trace is in " + Quoted(part);
+  }
+
  private:
   void WriteTrace(int64_t microseconds) {
     const FaceView& view = follower_.View();
@@ -75,25 +82,44 @@ class Tracker {
 
   const TrackOptions& options_;
   FramePool results_;
-  std::unique_ptr<NewFile> trace_;
+  std::unique_ptr<ByteOutput> trace_;
   FaceFollower follower_;
   int64_t frame_ = 0;
 };
 
+void CheckTrace(const TrackOptions& options) {
+  if (options.trace.empty()) return;
+  const std::string remedy = "; expected another file for --trace";
+  if (IsSameFile(options.trace, options.input)) {
+    throw Failure(ExitCode::CommandLine,
+                  "the trace " + Quoted(options.trace) + " is INPUT itself" + remedy);
+  }
+  const auto whole = [](const std::string& path) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path));
+  };
+  if (whole(options.trace) == whole(options.output)) {
+    throw Failure(ExitCode::CommandLine,
+                  "the trace " + Quoted(options.trace) + " is OUTPUT itself" + remedy);
+  }
+  if (options.trace != "-") CheckPlace(options.trace, options.overwrite);
+}
+
 void Track(const TrackOptions& options) {
   std::shared_ptr<Tracker> tracker;
-  if (!options.trace.empty()) CheckPlace(options.trace, options.overwrite);
+  CheckTrace(options);
   try {
     ProcessMedia(options, [&](const MediaShape& shape) -> FrameWork {
       tracker = std::make_shared<Tracker>(options, shape);
       return [tracker](FramePointer frame) { return tracker->Follow(std::move(frame)); };
     });
   } catch (const Failure& failure) {
+    if (!tracker) throw;
     // Then the output has been finished as well.
     if (failure.code == ExitCode::Stopped || failure.code == ExitCode::BrokenInput) {
-      if (tracker) tracker->Finish();
+      tracker->Finish();
+      throw;
     }
-    throw;
+    throw Failure(failure.code, failure.what() + tracker->FinishAsPart());
   }
   tracker->Finish();
 }
@@ -111,7 +137,7 @@ void AddTrackCommand(CLI::App& app, Work& work) {
       ->add_option("--trace", options->trace,
                    "Also write a line of JSON for each frame: its number, the faces' box (null "
                    "without a face), the target, the crop (x, y, width, height of what is shown), "
-                   "stepIndex, missCount and the microseconds it took")
+                   "stepIndex, missCount and the microseconds it took; - is standard output")
       ->type_name("FILE");
   AddMediaArguments(command, *options);
   command->footer(std::string(kAboutMedia) +

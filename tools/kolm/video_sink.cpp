@@ -2,6 +2,7 @@
 #include "tools/kolm/video_sink.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
@@ -43,7 +44,8 @@ const AVOutputFormat* Format(const SinkOptions& options) {
     }
     const std::string extension = std::filesystem::path(options.output).extension().string();
     FailToWrite(options.output,
-                "no picture format and no video format has the extension '" + extension + "'");
+                "no picture format and no video format has the extension '" + extension + "'",
+                "an extension such as .mp4, .mkv, .y4m, .yuv or .png, or --format NAME");
   }
   return format;
 }
@@ -74,7 +76,7 @@ AVPixelFormat EncoderFormat(const AVCodec& codec, const MediaShape& shape) {
     }
     return false;
   };
-  const bool canHalve = shape.height % 2 == 0;
+  const bool canHalve = shape.height % 2 == 0;  // else its last row would have no colour
   if (codec.id == AV_CODEC_ID_WRAPPED_AVFRAME) {
     return canHalve && shape.halvesChroma ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV422P;
   }
@@ -167,18 +169,27 @@ class VideoSink : public FrameSink {
   }
 
   void Finish() override {
-    Check(avcodec_send_frame(encoder_.get(), nullptr), "its end");
-    WritePackets();
-    isFinished_ = true;
-    Check(av_write_trailer(muxer_.get()), "its end");
-    avio_flush(io_.get());
-    Check(io_->error, "its end");
+    Flush();
+    WriteEnd();
     bytes_->Finish();
   }
 
-  std::string Abandon() override {
+  std::string FinishAsPart() override {
+    try {
+      if (!failure_ && !isFinished_) Flush();
+    } catch (const Failure&) {
+    }
+    try {
+      failure_ = nullptr;
+      if (!isFinished_) WriteEnd();
+    } catch (const Failure&) {
+    }
+    const bool hasEnd = !isClosed_;
     isClosed_ = true;
-    return bytes_->Abandon();
+    const std::filesystem::path part = bytes_->KeepPart();
+    if (part.empty()) return {};
+    return (hasEnd || !IsIndexLast() ? "" : "without the index that players need, ") +
+           WhereText(part);
   }
 
  private:
@@ -189,6 +200,9 @@ class VideoSink : public FrameSink {
     encoder.width = shape.width;
     encoder.height = shape.height;
     encoder.pix_fmt = EncoderFormat(codec, shape);
+    if (codec.id == AV_CODEC_ID_H264 && encoder.pix_fmt != AV_PIX_FMT_YUV420P) {
+      Tell("frames of an odd height are encoded as 4:2:2, which some players do not show");
+    }
     encoder.sample_aspect_ratio = shape.pixelAspect;
     encoder.framerate = shape.rate;
     const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0;
@@ -239,16 +253,6 @@ class VideoSink : public FrameSink {
     stream_->time_base = encoder_->time_base;
     stream_->avg_frame_rate = shape.rate;
     stream_->sample_aspect_ratio = shape.pixelAspect;
-    if (shape.picture != nullptr) {
-      // So that a telephone's upright video stays upright.
-      size_t size = 0;
-      const uint8_t* matrix =
-          av_stream_get_side_data(shape.picture, AV_PKT_DATA_DISPLAYMATRIX, &size);
-      uint8_t* copy = matrix == nullptr
-                          ? nullptr
-                          : av_stream_new_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, size);
-      if (copy != nullptr) std::copy_n(matrix, size, copy);
-    }
     for (AVStream* sound : shape.sounds) {
       const AVCodecID codec = sound->codecpar->codec_id;
       const bool hasSound = muxer_->oformat->audio_codec != AV_CODEC_ID_NONE;
@@ -277,7 +281,10 @@ class VideoSink : public FrameSink {
       packet->stream_index = sound.stream->index;
       packet->pos = -1;
       av_packet_rescale_ts(packet.get(), sound.timeBase, sound.stream->time_base);
-      Check(av_interleaved_write_frame(muxer_.get(), packet.get()), "sound");
+      Count(*packet);
+      const int result = av_interleaved_write_frame(muxer_.get(), packet.get());
+      if (failure_ || result == AVERROR(ENOMEM)) Check(result, "sound");
+      if (result < 0) damage_ = "some packets of its sound are left out: " + AvErrorText(result);
     }
   }
 
@@ -289,9 +296,39 @@ class VideoSink : public FrameSink {
         packet_->duration = av_rescale_q(1, av_inv_q(encoder_->framerate), encoder_->time_base);
       }
       av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
+      Count(*packet_);
       Check(av_interleaved_write_frame(muxer_.get(), packet_.get()), "a frame");
     }
     if (result != AVERROR(EAGAIN) && result != AVERROR_EOF) Check(result, "a frame");
+  }
+
+  void Flush() {
+    Check(avcodec_send_frame(encoder_.get(), nullptr), "its end");
+    WritePackets();
+  }
+
+  void WriteEnd() {
+    isFinished_ = true;
+    isLast_ = true;
+    Check(av_write_trailer(muxer_.get()), "its end");
+    avio_flush(io_.get());
+    Check(io_->error, "its end");
+  }
+
+  // Nothing of these can be played without what is written last.
+  bool IsIndexLast() const {
+    return av_match_name(muxer_->oformat->name, "mov,mp4,3gp,3g2,psp,ipod,f4v") != 0;
+  }
+
+  void Count(const AVPacket& packet) {
+    ++packets_;
+    pendingBytes_ += packet.size;
+  }
+
+  // Room for what the multiplexer still holds and for an index of all packets.
+  int64_t BytesToEnd() const {
+    constexpr int64_t kHeaders = 1 << 18, kIndexEntry = 64;
+    return kHeaders + packets_ * kIndexEntry + std::max<int64_t>(0, pendingBytes_);
   }
 
   static bool HasBareRows(const AVFrame& frame) {
@@ -328,23 +365,33 @@ class VideoSink : public FrameSink {
 
   static int WriteBytes(void* opaque, uint8_t* bytes, int count) {
     auto& sink = *static_cast<VideoSink*>(opaque);
-    if (sink.isClosed_ || sink.failure_) return AVERROR(EIO);
+    if (sink.isClosed_) return AVERROR(EIO);
     try {
+      // On a disk that gets full, writing fails while there is still room for the end. These bytes
+      // have theirs already.
+      if (!sink.isLast_ && !sink.failure_ && sink.IsIndexLast()) {
+        const int error = sink.bytes_->Reserve(count + sink.BytesToEnd());
+        if (error != 0)
+          sink.failure_ = std::make_exception_ptr(WriteFailure(sink.options_.output, error));
+      }
       sink.bytes_->Write(bytes, static_cast<size_t>(count));
+      sink.pendingBytes_ -= count;
       return count;
     } catch (...) {
       sink.failure_ = std::current_exception();
+      sink.isClosed_ = true;
       return AVERROR(EIO);
     }
   }
 
   static int64_t SeekBytes(void* opaque, int64_t offset, int whence) {
     auto& sink = *static_cast<VideoSink*>(opaque);
-    if (sink.isClosed_ || sink.failure_ || (whence & AVSEEK_SIZE) != 0) return AVERROR(EIO);
+    if (sink.isClosed_ || (whence & AVSEEK_SIZE) != 0) return AVERROR(EIO);
     try {
       return sink.bytes_->Seek(offset, whence & ~AVSEEK_FORCE);
     } catch (...) {
       sink.failure_ = std::current_exception();
+      sink.isClosed_ = true;
       return AVERROR(EIO);
     }
   }
@@ -369,6 +416,9 @@ class VideoSink : public FrameSink {
   std::exception_ptr failure_;
   bool isYuv4Mpeg_ = false;
   bool hasHeader_ = false, isFinished_ = false, isClosed_ = false;
+  bool isLast_ = false;       // only the end is still to be written
+  int64_t packets_ = 0;       // given to the multiplexer
+  int64_t pendingBytes_ = 0;  // of them, not written yet
 };
 
 }  // namespace

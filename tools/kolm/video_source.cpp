@@ -3,6 +3,7 @@
 
 extern "C" {
 #include <libavdevice/avdevice.h>
+#include <libavutil/avstring.h>
 #include <libavutil/opt.h>
 }
 
@@ -20,6 +21,7 @@ extern "C" {
 
 #include "tools/kolm/failure.h"
 #include "tools/kolm/frame_conversion.h"
+#include "tools/kolm/frame_rotation.h"
 #include "tools/kolm/new_file.h"
 #include "tools/kolm/picture_file.h"
 #include "tools/kolm/progress.h"
@@ -39,12 +41,20 @@ struct FreeIo {
   }
 };
 
-// Standard input, whose beginning has been read to see what it is.
+// A pipe or the like, whose beginning has been read to see what it is.
 struct StreamReader {
+  int file = -1;
   std::string start;
 
+  StreamReader() = default;
+  ~StreamReader() {
+    if (file >= 0) close(file);
+  }
+  StreamReader(const StreamReader&) = delete;
+  StreamReader& operator=(const StreamReader&) = delete;
+
   static int Read(void* opaque, uint8_t* buffer, int size) {
-    std::string& start = static_cast<StreamReader*>(opaque)->start;
+    auto& [file, start] = *static_cast<StreamReader*>(opaque);
     if (!start.empty()) {
       const size_t count = std::min(start.size(), static_cast<size_t>(size));
       std::copy_n(start.begin(), count, buffer);
@@ -52,9 +62,9 @@ struct StreamReader {
       return static_cast<int>(count);
     }
     while (true) {
-      WaitForInput(STDIN_FILENO);
+      WaitForInput(file);
       if (StopRequested()) return AVERROR_EXIT;
-      const ssize_t count = read(STDIN_FILENO, buffer, static_cast<size_t>(size));
+      const ssize_t count = read(file, buffer, static_cast<size_t>(size));
       if (count > 0) return static_cast<int>(count);
       if (count == 0) return AVERROR_EOF;
       if (errno != EINTR && errno != EAGAIN) return AVERROR(errno);
@@ -73,8 +83,9 @@ class VideoSource : public FrameSource {
     av_opt_set(input, "protocol_whitelist", "file", 0);
   }
 
-  void ReadFrom(const std::string& start) {
+  void ReadFrom(int file, const std::string& start) {
     constexpr int kBuffer = 1 << 18;
+    reader_.file = file;
     reader_.start = start;
     auto* buffer = static_cast<uint8_t*>(av_malloc(kBuffer));
     if (buffer == nullptr) throw std::bad_alloc();
@@ -123,10 +134,14 @@ class VideoSource : public FrameSource {
     shape_.timeBase = stream_->time_base;
     shape_.picture = stream_;
     shape_.frames = stream_->nb_frames;
-    if (shape_.frames <= 0 && input_->duration > 0) {
-      shape_.frames = av_rescale_q(input_->duration, AV_TIME_BASE_Q, av_inv_q(shape_.rate));
-    }
     if (input_->start_time != AV_NOPTS_VALUE) start_ = std::max<int64_t>(0, input_->start_time);
+    // Some formats tell the time of their end instead of their length.
+    const bool tellsEnd = av_match_name(input_->iformat->name, "matroska,webm,flv") != 0;
+    const int64_t length = input_->duration - (tellsEnd ? start_ : 0);
+    if (shape_.frames <= 0 && input_->duration > 0 && length > 0) {
+      shape_.frames = av_rescale_q(length, AV_TIME_BASE_Q, av_inv_q(shape_.rate));
+    }
+    FindRotation();
 
     // Packets of sound before the first frame come out before it.
     decoded_ = NewFrame();
@@ -138,7 +153,13 @@ class VideoSource : public FrameSource {
       if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
       Fail(damage_.empty() ? "there is no frame in it" : "no frame can be decoded");
     }
-    AVFrame& first = *item.frame;
+    shape_.halvesChroma = HalvesChroma(*item.frame);
+    shape_.pixelAspect = av_guess_sample_aspect_ratio(input_.get(), stream_, item.frame.get());
+    if (rotation_ && rotation_->Transposes() && shape_.pixelAspect.num > 0) {
+      shape_.pixelAspect = av_inv_q(shape_.pixelAspect);
+    }
+    item.frame = Upright(std::move(item.frame));
+    const AVFrame& first = *item.frame;
     CheckSmallest(name_, first.width, first.height);
     CheckLargest(name_, first.width, first.height);
     shape_.width = first.width - first.width % 2;
@@ -147,10 +168,6 @@ class VideoSource : public FrameSource {
       Tell(name_ + " is " + std::to_string(first.width) +
            " pixels wide; its last column is left out, as widths are even");
     }
-    shape_.pixelAspect = av_guess_sample_aspect_ratio(input_.get(), stream_, &first);
-    const AVPixelFormat format = static_cast<AVPixelFormat>(first.format);
-    shape_.halvesChroma = format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P ||
-                          format == AV_PIX_FMT_NV12 || format == AV_PIX_FMT_NV21;
     width_ = first.width;
     height_ = first.height;
     packed_ = std::make_unique<PackedConverter>(shape_.width, shape_.height);
@@ -180,6 +197,23 @@ class VideoSource : public FrameSource {
   }
 
  private:
+  static bool HalvesChroma(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P ||
+           format == AV_PIX_FMT_NV12 || format == AV_PIX_FMT_NV21;
+  }
+
+  void FindRotation() {
+    const uint8_t* matrix = av_stream_get_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    if (matrix == nullptr) return;
+    rotation_ = std::make_unique<FrameRotation>(reinterpret_cast<const int32_t*>(matrix));
+    if (rotation_->IsNone()) rotation_.reset();
+  }
+
+  FramePointer Upright(FramePointer frame) {
+    return rotation_ ? rotation_->Turn(*frame) : std::move(frame);
+  }
+
   void OpenDecoder(const AVCodec* codec) {
     decoder_.reset(avcodec_alloc_context3(codec));
     if (!decoder_) throw std::bad_alloc();
@@ -274,7 +308,8 @@ class VideoSource : public FrameSource {
         input_->streams, input_->streams + input_->nb_streams, [&](const AVStream* stream) {
           return stream != stream_ && stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO;
         });
-    const int64_t missing = input_->duration - (latest_ - start_);
+    // Whether a length or the time of the end is told: then all is there in any case.
+    const int64_t missing = input_->duration - latest_;
     if (input_->duration > 0 && !hasOthers && missing > kTolerance &&
         input_->duration_estimation_method == AVFMT_DURATION_FROM_STREAM) {
       damage_ = "it ends " + std::to_string(missing / AV_TIME_BASE) + "." +
@@ -293,6 +328,7 @@ class VideoSource : public FrameSource {
   }
 
   FramePointer Packed(FramePointer frame) {
+    frame = Upright(std::move(frame));
     if (frame->width != width_ || frame->height != height_) {
       CheckLargest(name_, frame->width, frame->height);
       width_ = frame->width;
@@ -309,6 +345,7 @@ class VideoSource : public FrameSource {
   std::unique_ptr<AVFormatContext, CloseInput> input_;
   AVStream* stream_ = nullptr;
   CodecPointer decoder_;
+  std::unique_ptr<FrameRotation> rotation_;
   std::unique_ptr<PackedConverter> packed_;
   FramePointer decoded_, first_;
   PacketPointer packet_;
@@ -319,6 +356,11 @@ class VideoSource : public FrameSource {
   int64_t lastEnd_ = -1;   // of the last packet, in bytes
   int width_ = 0, height_ = 0;
 };
+
+void TellUnused(const SourceOptions& options) {
+  if (options.width > 0) Tell(InputName(options) + " tells its size itself: -s is left aside");
+  if (options.rate.num > 0) Tell(InputName(options) + " tells its rate itself: -r is left aside");
+}
 
 // Loaded only here, as it brings a hundred other libraries along that would delay every start.
 void RegisterDevices() {
@@ -338,10 +380,12 @@ std::unique_ptr<FrameSource> OpenVideo(const SourceOptions& options) {
   auto source = std::make_unique<VideoSource>(Quoted(options.input));
   const std::string path = std::filesystem::absolute(options.input).string();
   if (const int error = source->Open("file:" + path, nullptr, {}); error < 0) {
-    source->Fail(error == AVERROR_INVALIDDATA ? "it is damaged, or neither picture nor video"
-                                              : AvErrorText(error));
+    source->Fail(error == AVERROR_INVALIDDATA
+                     ? "it is damaged, or neither picture nor video (raw frames need -s WxH)"
+                     : AvErrorText(error));
   }
   source->Begin();
+  TellUnused(options);
   return source;
 }
 
@@ -375,9 +419,10 @@ std::unique_ptr<FrameSource> OpenDevice(const SourceOptions& options) {
                     "it has");
 }
 
-std::unique_ptr<FrameSource> OpenVideoStream(const std::string& start, const SourceOptions&) {
-  auto source = std::make_unique<VideoSource>("standard input");
-  source->ReadFrom(start);
+std::unique_ptr<FrameSource> OpenVideoStream(int file, const std::string& start,
+                                             const SourceOptions& options) {
+  auto source = std::make_unique<VideoSource>(InputName(options));
+  source->ReadFrom(file, start);
   if (source->Open("", nullptr, {}) < 0) {
     if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
     source->Fail(
@@ -385,6 +430,7 @@ std::unique_ptr<FrameSource> OpenVideoStream(const std::string& start, const Sou
         "(raw frames need -s WIDTHxHEIGHT)");
   }
   source->Begin();
+  TellUnused(options);
   return source;
 }
 

@@ -12,8 +12,9 @@ namespace kolm {
 std::unique_ptr<FrameSource> OpenVideo(const SourceOptions& options);
 std::unique_ptr<FrameSource> OpenDevice(const SourceOptions& options);
 
-// A container on standard input, of which the bytes `start` have been read already.
-std::unique_ptr<FrameSource> OpenVideoStream(const std::string& start,
+// A container in a pipe or the like, which is taken over and of which the bytes `start` have been
+// read already.
+std::unique_ptr<FrameSource> OpenVideoStream(int file, const std::string& start,
                                              const SourceOptions& options);
 
 }  // namespace kolm
