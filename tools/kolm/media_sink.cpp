@@ -1,6 +1,8 @@
 // Chooses among the kinds of sinks by name.
 #include "tools/kolm/media_sink.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -106,9 +108,14 @@ void CheckSink(const SinkOptions& options) {
     CheckPlace(options.output, true);
     if (!IsPictureName(options.output) && !IsRawName(options)) CheckVideoFormat(options);
     CheckPlace(options.output, options.overwrite);
-  } else if (!options.format.empty() && options.format != "rawvideo") {
-    CheckVideoFormat(options);
+    return;
   }
+  if (isatty(STDOUT_FILENO) != 0) {
+    throw Failure(ExitCode::UnwritableOutput,
+                  "cannot write frames to a terminal; expected the standard output redirected to a "
+                  "program or file");
+  }
+  if (!options.format.empty() && options.format != "rawvideo") CheckVideoFormat(options);
 }
 
 std::unique_ptr<FrameSink> OpenSink(const SinkOptions& options, const MediaShape& shape) {

@@ -360,6 +360,15 @@ TEST_F(KolmMedia, TellsWhatIsNoVideo) {
   WriteText(folder / "in.yuv", std::string(kFrameBytes, 'x'));
   ExpectFailure("apply -e 3 in.yuv out.mkv", 3, "give -s WxH");
   ExpectFailure("apply -e 3 --codec ffv1 in.mp4 out.webm", 8, "cannot write 'out.webm'");
+  FFmpeg("-f lavfi -i testsrc2=s=640x480:r=10 -frames:v 60 -c:v libx264 -qp 5 large.mp4");
+  ExpectFailure("apply -e 3 - out.mkv", 3, "can have its index at its end",
+                "mkfifo pipe && (cat large.mp4 >pipe 2>/dev/null &) && exec <pipe && rm pipe");
+  const Outcome terminal =
+      Shell("script -qec \"'" KOLM_TOOL "' apply -e 3 in.mp4 -\" /dev/null </dev/null");
+  EXPECT_EQ(terminal.code, 8);
+  EXPECT_EQ(terminal.output,
+            "kolm: cannot write frames to a terminal; expected the standard output redirected to a "
+            "program or file\r\n");
   // A list does not reach for other files.
   WriteText(folder / "list.m3u8",
             "#EXTM3U\n#EXTINF:1,\nhttp://localhost:1/in.ts\n#EXT-X-ENDLIST\n");

@@ -151,6 +151,12 @@ class VideoSource : public FrameSource {
     while ((isThere = Decode(item)) && item.sound) early_.push_back(std::move(item.sound));
     if (!isThere) {
       if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
+      const bool isPiped = io_ != nullptr;
+      if (isPiped && av_match_name("mp4", input_->iformat->name) != 0) {
+        Fail(
+            "no frame can be decoded (an MP4 file can have its index at its end and is then no "
+            "stream: give its name)");
+      }
       Fail(damage_.empty() ? "there is no frame in it" : "no frame can be decoded");
     }
     shape_.halvesChroma = HalvesChroma(*item.frame);
