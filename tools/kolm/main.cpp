@@ -38,7 +38,7 @@ Exit codes:
   6  a parameter is out of its range
   7  the output exists already, and -y is not given
   8  the output or the debug log cannot be written
-  9  a store cannot be read, or is no whole number of records
+  9  a store cannot be read, is empty, or is no whole number of records
   10 there is no such record, or no room for more
   11 the input broke off or is damaged; the output holds what could be done
   12 nobody reads standard output any more

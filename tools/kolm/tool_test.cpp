@@ -461,6 +461,27 @@ TEST_F(KolmTool, TellsWhatIsWrongWithAStore) {
     ExpectFailure("background --store store.img --record " + number + " picture.png out.png", 10,
                   "expected a number from 1 to 1");
   }
+  WriteText(folder / "short.img", "tail");
+  for (const bool isView : {false, true}) {
+    const auto with = [&](const std::string& store) {
+      return (isView ? "view --store " : "background picture.png new.png --store ") + store;
+    };
+    const auto expectUnusable = [&](const std::string& store, const std::string& reason) {
+      std::string message = "kolm: cannot use the store '" + store;
+      message += "': ";
+      message += reason;
+      message +=
+          "; expected a file of 1 to 2331 whole records of 921600 bytes, such as 'kolm store "
+          "create' makes of pictures\n";
+      ExpectFailure(with(store), 9, message);
+    };
+    expectUnusable("missing.img", "No such file or directory");
+    expectUnusable("directory", "it is not a regular file");
+    expectUnusable("empty.img", "it is empty");
+    expectUnusable("odd.img", "behind 1 record there is an odd tail of 4 bytes");
+    ExpectFailure(with("short.img"), 9, Run("store verify short.img").errors);
+    ExpectFailure(with("store.img --record 2"), 10, "expected a number from 1 to 1");
+  }
   ExpectFailure("store extract odd.img 2 out.png", 10, "expected a number from 1 to 1");
   ExpectFailure("store extract empty.img 1 out.png", 10, "which has no records");
   ExpectFailure("store extract store.img 2332 out.png", 10, "reaches only 2331");
@@ -591,7 +612,10 @@ TEST_F(KolmTool, TellsWhatIsWrongWithABackground) {
   const auto with = [](const std::string& bitmap) {
     return "background --bitmap " + bitmap + " live.png out.png";
   };
-  ExpectFailure(with("missing.bmp"), 3, "there is no such file (status 0xC0000034)");
+  ExpectFailure(with("missing.bmp"), 3,
+                "cannot read 'missing.bmp': there is no such file (status 0xC0000034); expected an "
+                "uncompressed bitmap of 24 or 32 bits a pixel, such as 'ffmpeg -i picture.png "
+                "-pix_fmt bgr24 frame.bmp' writes\n");
   ExpectFailure(with("missing/picture.bmp"), 3, "there is no such directory");
   ExpectFailure(with("directory"), 3, "it is a directory (status 0xC00000BA)");
   ExpectFailure(with("text.bmp"), 3, "not an uncompressed bitmap of 24 or 32 bits");
@@ -617,6 +641,39 @@ TEST_F(KolmTool, TellsWhatIsWrongWithABackground) {
   ExpectFailure("background --store store.img --bitmap a.bmp live.png out.png", 2, "Exactly 1");
   ExpectFailure("background --record 1 --bitmap a.bmp live.png out.png", 2, "requires --store");
   ExpectFailure("background --store store.img --record x live.png out.png", 2, "--record");
+}
+
+TEST_F(KolmTool, TellsOfABitmapThatEndsEarly) {
+  Write("live.png", Plain(64, 48, kBlue));
+  Write("narrow.bmp", Plain(63, 48, kGreen));
+  Write("whole.bmp", Plain(64, 48, kGreen));
+  cv::Mat clear(48, 64, CV_8UC4, cv::Scalar(40, 200, 40, 255));
+  Write("clear.bmp", clear);
+  for (const std::string name : {"narrow.bmp", "whole.bmp", "clear.bmp"}) {
+    const std::string bytes = FileText(folder / name);
+    const std::string whole = std::to_string(bytes.size());
+    for (const size_t count : {size_t{1000}, bytes.size() - 1}) {
+      WriteText(folder / "cut.bmp", bytes.substr(0, count));
+      const Outcome outcome = Run("background -y --bitmap cut.bmp live.png out.png");
+      EXPECT_EQ(outcome.code, 0);
+      EXPECT_EQ(outcome.errors, "kolm: 'cut.bmp' ends early: it has " + std::to_string(count) +
+                                    " of " + whole +
+                                    " bytes; what is missing is shown as the module leaves it\n");
+      ExpectSuccess("background -q -y --bitmap cut.bmp live.png out.png");
+    }
+    // Bytes behind the pixels do no harm.
+    WriteText(folder / "long.bmp", bytes + "behind");
+    ExpectSuccess("background -y --bitmap long.bmp live.png out.png");
+  }
+  // From top to bottom, with the size of the pixels told.
+  std::string bytes = FileText(folder / "whole.bmp");
+  bytes.replace(22, 4, std::string("\xD0\xFF\xFF\xFF", 4));
+  bytes.replace(34, 4, std::string("\x00\x24\x00\x00", 4));
+  bytes.pop_back();
+  WriteText(folder / "cut.bmp", bytes);
+  const std::string expected = "'cut.bmp' ends early: it has " + std::to_string(bytes.size());
+  EXPECT_NE(Run("background -y --bitmap cut.bmp live.png out.png").errors.find(expected),
+            std::string::npos);
 }
 
 TEST_F(KolmTool, LeavesNothingInTheTemporaryDirectory) {

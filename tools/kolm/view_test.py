@@ -354,7 +354,8 @@ class View(unittest.TestCase):
             self.assertIn("'kolm apply'", done.stderr)
         for arguments, code in ((["none.mp4"], 3), (["-e", "none"], 5), (["-e", "5:9"], 6),
                                 (["--frames", "0"], 2), (["--bitmap", "a", "--store", "b"], 2),
-                                (["--record", "1"], 2), (["--bitmap", "none.bmp"], 3)):
+                                (["--record", "1"], 2), (["--bitmap", "none.bmp"], 3),
+                                (["--store", "none.img"], 9)):
             done = self.run_tool("view", *arguments)
             self.assertEqual(done.returncode, code, (arguments, done.stderr))
             self.assertNotEqual(done.stderr, "")
