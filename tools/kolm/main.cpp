@@ -5,9 +5,14 @@
 #include <iostream>
 #include <string>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include "tools/kolm/commands.h"
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
+#include "tools/kolm/library_messages.h"
 
 namespace kolm {
 namespace {
@@ -89,6 +94,8 @@ int main(int argumentCount, char** arguments) {
   // A write beyond the allowed file size or into a closed pipe then fails like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);
+  kolm::WatchStandardError();
+  av_log_set_level(AV_LOG_QUIET);
   try {
     return kolm::Run(argumentCount, arguments);
   } catch (const kolm::Failure& failure) {

@@ -1,6 +1,7 @@
 // Runs the tool as its users do and looks at what it says, returns and leaves behind.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -903,6 +904,42 @@ TEST_F(KolmTool, ExplainsItsCommandLine) {
   ExpectFailure("store append store.img", 2, "PICTURE is required");
   ExpectFailure("blur", 2, "subcommand is required");
   ExpectFailure("effects --colour", 2, "--colour");
+}
+
+TEST_F(KolmTool, LibrariesSayNothing) {
+  Write("picture.png", SmallPicture(64, 48));
+  Write("picture.jpg", SmallPicture(640, 480));
+  // A colour profile that is none, behind the header and with its checksum.
+  std::string png = FileText(folder / "picture.png");
+  const std::string profile("\0\0\0\x04iCCPx\0\0\0\xC0\x31\x34\x67", 16);
+  png.insert(33, profile);
+  WriteText(folder / "profile.png", png);
+  png[29] ^= 1;  // the header's checksum
+  WriteText(folder / "broken.png", png);
+  std::string jpeg = FileText(folder / "picture.jpg");
+  WriteText(folder / "head.jpg", jpeg.substr(0, 300));
+  jpeg.insert(jpeg.size() - 2, 20, 'x');
+  WriteText(folder / "more.jpg", jpeg);
+  WriteText(folder / "cut.ppm", "P6 10 10 255\nxx");
+  WriteText(folder / "junk.mp4", std::string(3000, 'x'));
+  for (const std::string name : {"profile.png", "more.jpg"}) {
+    ExpectSuccess("apply -y -e sepia " + name + " out.png");
+    ExpectSuccess("store create -y store.img " + name);
+  }
+  for (const std::string name : {"broken.png", "head.jpg", "cut.ppm"}) {
+    EXPECT_EQ(Run("apply -e sepia " + name + " new.png").errors,
+              "kolm: '" + name +
+                  "' is not a whole picture of a known format; expected a PNG, JPEG, BMP, TIFF, "
+                  "WebP or PNM file\n");
+  }
+  for (const std::string command : {"gallery junk.mp4 made", "track-sheet junk.mp4 new.png",
+                                    "apply -e sepia junk.mp4 new.png", "view junk.mp4"}) {
+    const Outcome outcome = Run(command, "unset DISPLAY WAYLAND_DISPLAY XDG_RUNTIME_DIR");
+    EXPECT_EQ(outcome.code, command[0] == 'v' ? 13 : 3);
+    EXPECT_EQ(outcome.errors.find("kolm: "), 0u) << outcome.errors;
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+  }
+  EXPECT_FALSE(fs::exists(folder / "made"));
 }
 
 }  // namespace

@@ -13,10 +13,6 @@
 #include <utility>
 #include <vector>
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
 #include "tools/kolm/background_arguments.h"
 #include "tools/kolm/background_record.h"
 #include "tools/kolm/beach_scene.h"
@@ -342,7 +338,6 @@ class View {
 };
 
 void RunView(const ViewOptions& options) {
-  av_log_set_level(AV_LOG_QUIET);
   WatchForStop();
   if (!options.effect.empty()) ParseEffectUse(ListEffects(), options.effect);
   std::vector<uint8_t> record;
