@@ -1,7 +1,12 @@
 // The command line tool: tries the module's exports on pictures and videos.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -42,7 +47,7 @@ Exit codes:
   5  there is no such effect
   6  a parameter is out of its range
   7  the output exists already, and -y is not given
-  8  the output or the debug log cannot be written
+  8  the output, standard output or the debug log cannot be written
   9  a store cannot be read, is empty, or is no whole number of records
   10 there is no such record, or no room for more
   11 the input broke off or is damaged; the output holds what could be done
@@ -50,7 +55,7 @@ Exit codes:
   13 there is no display for a window
   130 stopped by SIGINT or SIGTERM; the output holds what was done until then)";
 
-int Run(int argumentCount, char** arguments) {
+void Run(int argumentCount, char** arguments) {
   CLI::App app(
       "Tries Kolm's video effects, background replacement and face tracking on pictures and "
       "videos.",
@@ -80,11 +85,41 @@ int Run(int argumentCount, char** arguments) {
   try {
     app.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : static_cast<int>(ExitCode::CommandLine);
+    if (app.exit(error) == 0) return;
+    throw Failure(ExitCode::CommandLine, "");
   }
   DirectDebugLines(debugLog);
   work();
-  return EXIT_SUCCESS;
+  CheckDebugLines();
+}
+
+[[noreturn]] void FailToPrint(int error) {
+  if (error == EPIPE) throw Failure(ExitCode::ClosedPipe, "");
+  throw Failure(ExitCode::UnwritableOutput,
+                std::string("cannot write to standard output: ") + std::strerror(error) +
+                    "; expected a program that reads it, or a file with room for it");
+}
+
+// With what is printed: where that cannot be written, it ends the command at once.
+void RunAndPrint(int argumentCount, char** arguments) {
+  std::cout.exceptions(std::ios::badbit);
+  // Which would flush it, and throw, while a failure is told.
+  std::cerr.tie(nullptr);
+  try {
+    Run(argumentCount, arguments);
+    std::cout.flush();
+  } catch (const std::ios::failure&) {
+    // Unwinding has made no system call that could have failed.
+    FailToPrint(errno);
+  }
+}
+
+// The number of a closed stream would go to the next file that is opened, which would then get what
+// is printed. A stream that takes nothing keeps it.
+void FillClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
 }
 
 }  // namespace
@@ -94,10 +129,12 @@ int main(int argumentCount, char** arguments) {
   // A write beyond the allowed file size or into a closed pipe then fails like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);
+  kolm::FillClosedStreams();
   kolm::WatchStandardError();
   av_log_set_level(AV_LOG_QUIET);
   try {
-    return kolm::Run(argumentCount, arguments);
+    kolm::RunAndPrint(argumentCount, arguments);
+    return EXIT_SUCCESS;
   } catch (const kolm::Failure& failure) {
     // Of a closed pipe there is nobody to tell.
     if (*failure.what() != '\0') std::cerr << "kolm: " << failure.what() << '\n';

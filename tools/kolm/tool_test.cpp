@@ -247,7 +247,13 @@ TEST_F(KolmTool, TellsWhyItCannotWrite) {
   ExpectFailure("apply -e sepia picture.png out", 8, "no picture format");
   ExpectFailure("sheet missing/out.png", 8, "No such file");
   ExpectFailure("sheet --cells picture.png/cells out.png", 8, "cannot make the directory");
-  ExpectFailure("effects --debug-log missing/log", 8, "cannot write the debug log");
+  ExpectFailure("effects --debug-log missing/log", 8,
+                "cannot write the debug log 'missing/log': No such file or directory; expected");
+  for (const std::string command : {"effects", "apply -y -e sepia picture.png picture.png"}) {
+    ExpectFailure(
+        command + " --debug-log /dev/full", 8,
+        "cannot write the debug log '/dev/full': No space left on device; expected a file");
+  }
 }
 
 constexpr uintmax_t kRecordBytes = 640 * 480 * 3;
@@ -904,6 +910,38 @@ TEST_F(KolmTool, ExplainsItsCommandLine) {
   ExpectFailure("store append store.img", 2, "PICTURE is required");
   ExpectFailure("blur", 2, "subcommand is required");
   ExpectFailure("effects --colour", 2, "--colour");
+}
+
+TEST_F(KolmTool, TellsWhenNothingCanBePrinted) {
+  Write("picture.png", SmallPicture(64, 48));
+  ExpectSuccess("store create store.img picture.png");
+  const std::vector<std::string> before = Names();
+  for (const std::string command :
+       {"effects", "--help", "--version", "apply --help", "bench --json --sizes 64x48 --seconds 0",
+        "bench --sizes 64x48 --seconds 0", "store list store.img", "store verify store.img"}) {
+    SCOPED_TRACE(command);
+    const Outcome full = Run(command, "true", ">/dev/full");
+    EXPECT_EQ(full.code, 8);
+    EXPECT_NE(full.errors.find("cannot write to standard output: No space left on device; expected "
+                               "a program that reads it, or a file with room for it\n"),
+              std::string::npos)
+        << full.errors;
+    const Outcome closed = Run(command, "true", ">&-");
+    EXPECT_EQ(closed.code, 8);
+    EXPECT_NE(closed.errors.find("cannot write to standard output: Bad file descriptor"),
+              std::string::npos)
+        << closed.errors;
+    // The reader is gone before the writer begins.
+    const Outcome pipe = Run(command, "mkfifo pipe && exec 3<>pipe 4>pipe 3<&-", ">&4");
+    EXPECT_EQ(pipe.code, 12);
+    EXPECT_EQ(pipe.errors, "");
+    fs::remove(folder / "pipe");
+  }
+  // What prints nothing needs no standard output, and no file takes its place.
+  EXPECT_EQ(Run("apply -e sepia picture.png out.png", "true", ">&-").code, 0);
+  EXPECT_EQ(Read("out.png").size(), cv::Size(64, 48));
+  EXPECT_EQ(Run("effects --debug-log log", "true", ">&-").code, 8);
+  EXPECT_EQ(FileText(folder / "log").find("sepia"), std::string::npos);
 }
 
 TEST_F(KolmTool, LibrariesSayNothing) {
