@@ -14,6 +14,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
@@ -84,9 +85,11 @@ void Run(int argumentCount, char** arguments) {
 
   try {
     app.parse(argumentCount, arguments);
+  } catch (const CLI::Success& help) {
+    app.exit(help);
+    return;
   } catch (const CLI::ParseError& error) {
-    if (app.exit(error) == 0) return;
-    throw Failure(ExitCode::CommandLine, "");
+    throw Failure(ExitCode::CommandLine, ExplainError(app, error));
   }
   DirectDebugLines(debugLog);
   work();

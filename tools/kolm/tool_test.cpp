@@ -903,13 +903,42 @@ TEST_F(KolmTool, ExplainsItsCommandLine) {
   }
   EXPECT_NE(Run("--help").output.find("7  the output exists already"), std::string::npos);
   EXPECT_EQ(Run("--version").output.substr(0, 5), "kolm ");
-  ExpectFailure("", 2, "A subcommand is required");
-  ExpectFailure("apply picture.png out.png", 2, "--effect is required");
+  ExpectFailure("", 2, "a command is missing; 'kolm --help' lists the commands");
+  ExpectFailure("apply picture.png out.png", 2,
+                "--effect is required\nExpected:\n  -e,--effect NAME|ID[:PARAM]");
+  ExpectFailure("apply", 2, "See 'kolm apply --help'.\n");
+  ExpectFailure("apply -e", 2, "--effect lacks its value\nExpected:\n  -e,--effect NAME");
+  ExpectFailure("apply --bogus", 2,
+                "'--bogus' is no option of 'kolm apply'; 'kolm apply --help' lists its options");
+  ExpectFailure("apply -e 4 one.png two.png three.png", 2,
+                "'three.png' is one argument too many\nUsage: kolm apply [OPTIONS] INPUT OUTPUT\n");
+  ExpectFailure("--bogus", 2, "'--bogus' is no option of 'kolm'");
   ExpectFailure("sheet", 2, "OUTPUT is required");
-  ExpectFailure("store", 2, "A subcommand is required");
+  ExpectFailure("store", 2, "a command is missing; 'kolm store --help' lists the commands");
+  ExpectFailure("store burn", 2, "'burn' is no command; 'kolm store --help' lists the commands");
   ExpectFailure("store append store.img", 2, "PICTURE is required");
-  ExpectFailure("blur", 2, "subcommand is required");
+  ExpectFailure("blur", 2, "'blur' is no command; 'kolm --help' lists the commands");
   ExpectFailure("effects --colour", 2, "--colour");
+  ExpectFailure("effects --debug-log a --debug-log b", 2, "--debug-log is given more than once");
+  ExpectFailure("background --record abc one.png two.png", 2,
+                "--record: 'abc' cannot be used\nExpected:\n  --record N");
+  ExpectFailure("bench --sizes 3", 2, "--sizes: '3' is no size; expected WIDTHxHEIGHT such as");
+}
+
+TEST_F(KolmTool, TakesNumbersWithinTheirRange) {
+  for (const std::string number : {"nan", "-nan", "inf", "1", "10.1", "x", "''"}) {
+    ExpectFailure("track --factor " + number + " in.png out.png", 2,
+                  "cannot be used; expected a number from 1.01 to 10; see 'kolm track --help'");
+  }
+  for (const std::string number : {"nan", "inf", "-1", "3601"}) {
+    ExpectFailure("bench --seconds " + number, 2,
+                  "--seconds: '" + number + "' cannot be used; expected a number from 0 to 3600");
+  }
+  for (const std::string number : {"0", "-1", "nan", "1.5"}) {
+    ExpectFailure("view --frames " + number, 2,
+                  "--frames: '" + number + "' cannot be used; expected a whole number from 1;");
+  }
+  ExpectFailure("track --steps 100001 in.png out.png", 2, "a whole number from 1 to 100000");
 }
 
 TEST_F(KolmTool, TellsWhenNothingCanBePrinted) {

@@ -16,6 +16,7 @@
 #include "tools/kolm/background_arguments.h"
 #include "tools/kolm/background_record.h"
 #include "tools/kolm/beach_scene.h"
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/effect_names.h"
 #include "tools/kolm/face_follower.h"
@@ -410,7 +411,7 @@ void AddViewCommand(CLI::App& app, Work& work) {
                    "a camera; may be a fraction: 30000/1001")
       ->type_name("FPS");
   command->add_option("--frames", options->frames, "Quit after N frames")
-      ->check(CLI::PositiveNumber)
+      ->check(NumberFrom<int64_t>(1))
       ->type_name("N");
   command->footer(Footer());
   command->callback([&work, options] { work = [options] { RunView(*options); }; });
