@@ -10,6 +10,7 @@
 #include "tools/kolm/background_record.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/pipeline.h"
+#include "tools/kolm/progress.h"
 
 namespace kolm {
 namespace {
@@ -17,6 +18,7 @@ namespace {
 struct BackgroundOptions : MediaArguments, BackgroundArguments {};
 
 void LayBackground(const BackgroundOptions& options) {
+  if (options.quiet) SetQuiet();
   const std::vector<uint8_t> record = LoadBackground(options);
   ProcessMedia(options, [&](const MediaShape& shape) -> FrameWork {
     const auto width = static_cast<uint32_t>(shape.width);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <system_error>
@@ -13,6 +14,7 @@
 #include "tools/kolm/failure.h"
 #include "tools/kolm/new_file.h"
 #include "tools/kolm/packed_yuv.h"
+#include "tools/kolm/progress.h"
 
 namespace kolm {
 namespace {
@@ -125,6 +127,30 @@ class SystemFolder {
   std::filesystem::path folder_;
 };
 
+// A bitmap's numbers are stored with the lowest byte first.
+uint32_t NumberAt(const uint8_t* bytes) {
+  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | uint32_t{bytes[3]} << 24;
+}
+
+// Tells of a bitmap, which the module has taken, that it ends before all its pixels.
+void TellIfShort(const std::filesystem::path& bitmap) {
+  uint8_t header[54] = {};  // of the file and of the picture
+  std::ifstream file(bitmap, std::ios::binary);
+  std::error_code error;
+  const uint64_t length = std::filesystem::file_size(bitmap, error);
+  if (error || !file.read(reinterpret_cast<char*>(header), sizeof header)) return;
+  const uint32_t given = NumberAt(header + 10), clrUsed = NumberAt(header + 46);
+  const uint32_t offset = given != 0 ? given : clrUsed * 4 + uint32_t{sizeof header};
+  const uint64_t width = NumberAt(header + 18);
+  const int64_t height = static_cast<int32_t>(NumberAt(header + 22));
+  // Rows are filled up to groups of 4 bytes; from top to bottom their number is below zero.
+  const uint64_t rowBytes = (width * header[28] + 31) / 32 * 4;
+  const uint64_t whole = offset + rowBytes * static_cast<uint64_t>(std::abs(height));
+  if (length >= whole) return;
+  Tell(Quoted(bitmap) + " ends early: it has " + std::to_string(length) + " of " +
+       std::to_string(whole) + " bytes; what is missing is shown as the module leaves it");
+}
+
 // In the kernel's form, which knows this machine's root as drive Z.
 std::u16string KernelPath(const std::filesystem::path& path) {
   std::error_code error;
@@ -137,7 +163,8 @@ std::u16string KernelPath(const std::filesystem::path& path) {
     return name;
   } catch (const std::system_error&) {
     throw Failure(ExitCode::UnreadablePicture,
-                  "cannot read " + Quoted(path) + ": its path is not UTF-8");
+                  "cannot read " + Quoted(path) +
+                      ": its path is not UTF-8; expected one that is, to which it can be renamed");
   }
 }
 
@@ -174,8 +201,9 @@ std::vector<uint8_t> LoadFromStore(const std::filesystem::path& store, uint32_t 
   std::vector<uint8_t> record = NewRecord();
   const int32_t status = Kolm_BG_LoadBackground(number, record.data());
   if (status < 0) {
-    throw Failure(ExitCode::UnusableStore,
-                  "cannot read the store " + Quoted(store) + ": " + StatusText(status));
+    throw Failure(ExitCode::UnusableStore, "cannot read the store " + Quoted(store) + ": " +
+                                               StatusText(status) +
+                                               "; expected a file of records that you may read");
   }
   return record;
 }
@@ -185,8 +213,11 @@ std::vector<uint8_t> LoadFromBitmap(const std::filesystem::path& bitmap) {
   const int32_t status = Kolm_BG_LoadFromFile(KernelPath(bitmap).c_str(), record.data());
   if (status < 0) {
     throw Failure(ExitCode::UnreadablePicture,
-                  "cannot read " + Quoted(bitmap) + ": " + StatusText(status));
+                  "cannot read " + Quoted(bitmap) + ": " + StatusText(status) +
+                      "; expected an uncompressed bitmap of 24 or 32 bits a pixel, such as "
+                      "'ffmpeg -i picture.png -pix_fmt bgr24 frame.bmp' writes");
   }
+  TellIfShort(bitmap);
   return record;
 }
 

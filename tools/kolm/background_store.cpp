@@ -23,7 +23,11 @@ constexpr uint64_t kRecordBytes = sizeof(BackgroundRecord);
 static_assert(kMostRecords == 2331);
 
 [[noreturn]] void FailToUse(const std::filesystem::path& path, const std::string& reason) {
-  throw Failure(ExitCode::UnusableStore, "cannot use the store " + Quoted(path) + ": " + reason);
+  throw Failure(ExitCode::UnusableStore,
+                "cannot use the store " + Quoted(path) + ": " + reason +
+                    "; expected a file of 1 to " + std::to_string(kMostRecords) +
+                    " whole records of " + std::to_string(kRecordBytes) +
+                    " bytes, such as 'kolm store create' makes of pictures");
 }
 
 std::string Count(uint64_t records) {
@@ -40,14 +44,16 @@ uint64_t Length(const std::filesystem::path& path) {
   return length;
 }
 
-void CheckLength(const std::filesystem::path& path) {
+void CheckTail(const std::filesystem::path& path) {
   const uint64_t length = Length(path);
-  const uint64_t records = length / kRecordBytes;
-  if (length % kRecordBytes != 0) {
-    FailToUse(path, "behind " + Count(records) + " there is an odd tail of " +
-                        std::to_string(length % kRecordBytes) + " bytes; expected multiples of " +
-                        std::to_string(kRecordBytes) + " bytes");
-  }
+  if (length % kRecordBytes == 0) return;
+  FailToUse(path, "behind " + Count(length / kRecordBytes) + " there is an odd tail of " +
+                      std::to_string(length % kRecordBytes) + " bytes");
+}
+
+void CheckLength(const std::filesystem::path& path) {
+  CheckTail(path);
+  const uint64_t records = Length(path) / kRecordBytes;
   if (records > kMostRecords) {
     FailToUse(path, "it has " + Count(records) + "; the module reaches only " +
                         std::to_string(kMostRecords));
@@ -176,8 +182,13 @@ void CheckRecord(const std::filesystem::path& path, uint32_t number) {
       ExitCode::NoSuchRecord,
       "there is no record " + std::to_string(number) + " in " + Quoted(path) +
           (number > kMostRecords ? ", as the module reaches only " + std::to_string(kMostRecords)
-           : records == 0        ? ", which has no records"
+           : records == 0        ? ", which has no records; 'kolm store append' adds some"
                                  : "; expected a number from 1 to " + std::to_string(records)));
+}
+
+void CheckBackgrounds(const std::filesystem::path& path) {
+  CheckTail(path);
+  if (Length(path) == 0) FailToUse(path, "it is empty");
 }
 
 }  // namespace kolm

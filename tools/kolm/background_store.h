@@ -28,4 +28,7 @@ void VerifyStore(const std::filesystem::path& path);
 // Throws Failure if the store has no such whole record within the module's reach.
 void CheckRecord(const std::filesystem::path& path, uint32_t number);
 
+// Throws Failure if the store has no records, or an odd tail behind them.
+void CheckBackgrounds(const std::filesystem::path& path);
+
 }  // namespace kolm

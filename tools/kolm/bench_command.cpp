@@ -18,6 +18,7 @@
 #include "module/kolm.h"
 #include "tools/kolm/background_record.h"
 #include "tools/kolm/beach_scene.h"
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/effect_names.h"
 #include "tools/kolm/packed_yuv.h"
@@ -258,7 +259,7 @@ void AddBenchCommand(CLI::App& app, Work& work) {
   command
       ->add_option("--seconds", options->seconds,
                    "How long to repeat each operation at each size; by default 0.2")
-      ->check(CLI::Range(0.0, 3600.0))
+      ->check(NumberFrom(0.0, 3600.0))
       ->type_name("N");
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->callback([&work, options, sizes] {

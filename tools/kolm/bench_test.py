@@ -75,6 +75,13 @@ class Bench(unittest.TestCase):
             self.assertIn("expected WIDTHxHEIGHT", outcome.stderr)
             self.assertEqual(outcome.stdout, "")
 
+    def test_wrong_seconds(self):
+        for seconds in ("nan", "inf", "-1", "3601", "x"):
+            outcome = run("bench", "--seconds", seconds)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""))
+            self.assertIn(f"'{seconds}' cannot be used; expected a number from 0 to 3600",
+                          outcome.stderr)
+
 
 if __name__ == "__main__":
     unittest.main()

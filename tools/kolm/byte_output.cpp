@@ -41,16 +41,7 @@ class StandardOutput : public ByteOutput {
     while (count > 0) {
       const ssize_t written = write(STDOUT_FILENO, next, count);
       if (written < 0 && errno == EINTR) continue;
-      if (written < 0 && errno == EPIPE) {
-        throw Failure(ExitCode::ClosedPipe,
-                      "nobody reads standard output any more; expected a program that reads all "
-                      "frames");
-      }
-      if (written < 0) {
-        throw Failure(ExitCode::UnwritableOutput,
-                      std::string("cannot write to standard output: ") + std::strerror(errno) +
-                          "; expected a program that reads it, or a file with room for it");
-      }
+      if (written < 0) throw StandardOutputFailure(errno);
       next += written;
       count -= static_cast<size_t>(written);
     }
@@ -63,6 +54,16 @@ class StandardOutput : public ByteOutput {
 };
 
 }  // namespace
+
+Failure StandardOutputFailure(int error) {
+  if (error == EPIPE) {
+    return {ExitCode::ClosedPipe,
+            "nobody reads standard output any more; expected a program that reads it to the end"};
+  }
+  return {ExitCode::UnwritableOutput,
+          std::string("cannot write to standard output: ") + std::strerror(error) +
+              "; expected a program that reads it, or a file with room for it"};
+}
 
 std::unique_ptr<ByteOutput> OpenByteOutput(const std::filesystem::path& path, bool overwrite) {
   if (path == "-") return std::make_unique<StandardOutput>();

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "tools/kolm/failure.h"
+
 namespace kolm {
 
 // Each call throws Failure.
@@ -28,6 +30,9 @@ class ByteOutput {
   // there is nothing to keep.
   virtual std::filesystem::path KeepPart() = 0;
 };
+
+// What an errno of a write to standard output stands for.
+Failure StandardOutputFailure(int error);
 
 // `path` may be "-" for standard output.
 std::unique_ptr<ByteOutput> OpenByteOutput(const std::filesystem::path& path, bool overwrite);

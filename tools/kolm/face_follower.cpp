@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
 #include "tools/kolm/picture_file.h"
@@ -45,13 +46,13 @@ void AddFollowOptions(CLI::App* command, FollowOptions& options) {
   command
       ->add_option("--factor", options.factor,
                    "Step between the sizes of faces that are looked for; by default 1.1")
-      ->check(CLI::Range(1.01, 10.0))
+      ->check(NumberFrom(1.01, 10.0))
       ->type_name("FACTOR");
   command
       ->add_option("--steps", options.steps,
                    "Frames over which the crop moves to a new target; by default 10. More make a "
                    "calmer picture, fewer one that keeps closer to the faces")
-      ->check(CLI::Range(1, 100000))
+      ->check(NumberFrom(1, 100000))
       ->type_name("N");
   command->add_flag("--reset-when-lost", options.resetWhenLost,
                     "Go back to the whole frame when no face has been seen for N frames; otherwise "

@@ -27,6 +27,8 @@
 namespace kolm {
 namespace {
 
+constexpr const char* kPage = "index.html";
+
 constexpr double kCellPixels = 480.0 * 360.0;  // keeps the page below 15 MB, noise included
 
 // A picture, or the first frame of what else frames come from.
@@ -56,9 +58,8 @@ std::filesystem::path SheetName(const Effect& effect) {
   return number + effect.name + ".jpg";
 }
 
-void WriteGallery(const PictureArguments& options) {
-  const std::filesystem::path folder = options.output;
-  const std::filesystem::path page = folder / "index.html";
+// The directory, in which each file of the gallery can be written.
+void PrepareFolder(const std::filesystem::path& folder, const EffectList& effects, bool overwrite) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error || !std::filesystem::is_directory(folder)) {
@@ -67,12 +68,19 @@ void WriteGallery(const PictureArguments& options) {
                       (error ? error.message() : "it is a file") +
                       "; expected a directory that exists or can be made");
   }
-  const EffectList effects = ListEffects();
-  for (const Effect& effect : effects) CheckOutput(folder / SheetName(effect), options.overwrite);
-  CheckPlace(page, options.overwrite);
+  for (const Effect& effect : effects) CheckOutput(folder / SheetName(effect), overwrite);
+  CheckPlace(folder / kPage, overwrite);
+}
 
+void WriteGallery(const PictureArguments& options) {
+  const std::filesystem::path folder = options.output;
+  const EffectList effects = ListEffects();
+  // What exists is looked at first, what does not is made only once there is something to put in.
+  std::error_code error;
+  if (std::filesystem::exists(folder, error)) PrepareFolder(folder, effects, options.overwrite);
   const cv::Mat source =
       GallerySource(options.picture.empty() ? DrawSampleScene() : FirstPicture(options.picture));
+  PrepareFolder(folder, effects, options.overwrite);
   std::vector<EffectPictures> pictures;
   for (const Effect& effect : effects) {
     EffectPictures& all = pictures.emplace_back(EffectPictures{effect, {}});
@@ -83,7 +91,7 @@ void WriteGallery(const PictureArguments& options) {
                  options.overwrite);
   }
   const std::string text = GalleryPage(source, pictures);
-  NewFile file(page, options.overwrite);
+  NewFile file(folder / kPage, options.overwrite);
   file.Write(text.data(), text.size());
   file.Finish();
   Kolm_VE_UninitVideoEffect();

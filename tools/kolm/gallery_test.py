@@ -211,9 +211,13 @@ class Gallery(unittest.TestCase):
         outcome = run("gallery", file)
         self.assertEqual(outcome.returncode, 8)
         self.assertIn("expected a directory", outcome.stderr)
-        outcome = run("gallery", file, self.folder.parent / "never")
-        self.assertEqual(outcome.returncode, 3)
-        self.assertFalse((self.folder.parent / "never" / "index.html").exists())
+        junk = self.folder.parent / "junk.mp4"
+        junk.write_bytes(bytes(range(256)) * 20)
+        for unreadable in file, junk, "missing.mp4":
+            outcome = run("gallery", unreadable, self.folder.parent / "never")
+            self.assertEqual(outcome.returncode, 3)
+            self.assertRegex(outcome.stderr, r"\Akolm: cannot read .*\n\Z")
+            self.assertFalse((self.folder.parent / "never").exists())
         self.assertEqual(run("gallery").returncode, 2)
 
 

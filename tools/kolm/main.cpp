@@ -1,13 +1,24 @@
 // The command line tool: tries the module's exports on pictures and videos.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <string>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "tools/kolm/byte_output.h"
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
+#include "tools/kolm/library_messages.h"
 #include "tools/kolm/stop_request.h"
 
 namespace kolm {
@@ -38,15 +49,15 @@ Exit codes:
   5  there is no such effect
   6  a parameter is out of its range
   7  the output exists already, and -y is not given
-  8  the output or the debug log cannot be written
-  9  a store cannot be read, or is no whole number of records
+  8  the output, standard output or the debug log cannot be written
+  9  a store cannot be read, is empty, or is no whole number of records
   10 there is no such record, or no room for more
   11 the input broke off or is damaged; the output holds what could be done
   12 nobody reads standard output any more
   13 there is no display for a window
   130 stopped by SIGINT, SIGTERM or SIGHUP; the output holds what was done until then)";
 
-int Run(int argumentCount, char** arguments) {
+void Run(int argumentCount, char** arguments) {
   CLI::App app(
       "Tries Kolm's video effects, background replacement and face tracking on pictures and "
       "videos.",
@@ -75,12 +86,37 @@ int Run(int argumentCount, char** arguments) {
 
   try {
     app.parse(argumentCount, arguments);
+  } catch (const CLI::Success& help) {
+    app.exit(help);
+    return;
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : static_cast<int>(ExitCode::CommandLine);
+    throw Failure(ExitCode::CommandLine, ExplainError(app, error));
   }
   DirectDebugLines(debugLog);
   work();
-  return EXIT_SUCCESS;
+  CheckDebugLines();
+}
+
+// With what is printed: where that cannot be written, it ends the command at once.
+void RunAndPrint(int argumentCount, char** arguments) {
+  std::cout.exceptions(std::ios::badbit);
+  // Which would flush it, and throw, while a failure is told.
+  std::cerr.tie(nullptr);
+  try {
+    Run(argumentCount, arguments);
+    std::cout.flush();
+  } catch (const std::ios::failure&) {
+    // Unwinding has made no system call that could have failed.
+    throw StandardOutputFailure(errno);
+  }
+}
+
+// The number of a closed stream would go to the next file that is opened, which would then get what
+// is printed. A stream that takes nothing keeps it.
+void FillClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
 }
 
 }  // namespace
@@ -91,8 +127,12 @@ int main(int argumentCount, char** arguments) {
   std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);
   kolm::CleanUpOnSignals();
+  kolm::FillClosedStreams();
+  kolm::WatchStandardError();
+  av_log_set_level(AV_LOG_QUIET);
   try {
-    return kolm::Run(argumentCount, arguments);
+    kolm::RunAndPrint(argumentCount, arguments);
+    return EXIT_SUCCESS;
   } catch (const kolm::Failure& failure) {
     if (*failure.what() != '\0') std::cerr << "kolm: " << failure.what() << '\n';
     return static_cast<int>(failure.code);

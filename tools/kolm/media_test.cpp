@@ -145,6 +145,9 @@ TEST_F(KolmMedia, ReadsAndWritesVideosWithTheirSound) {
   EXPECT_EQ(Probe("lossless.mkv", "-select_streams v -show_entries stream=codec_name,pix_fmt"),
             "ffv1,yuv422p ");
   ExpectSuccess("apply -e negative --crf 40 in.mp4 small.mp4");
+  ExpectSuccess("apply -e negative --codec libx265 in.mp4 hevc.mkv");
+  MakeVideo("square.mkv", 2, "64x64");
+  ExpectSuccess("apply -e negative --codec libsvtav1 square.mkv av1.mkv");
   EXPECT_LT(fs::file_size(folder / "small.mp4"), fs::file_size(folder / "out.mp4"));
 }
 

@@ -15,6 +15,7 @@ extern "C" {
 #include <vector>
 
 #include "tools/kolm/failure.h"
+#include "tools/kolm/library_messages.h"
 #include "tools/kolm/new_file.h"
 #include "tools/kolm/picture_codecs.h"
 #include "tools/kolm/progress.h"
@@ -78,8 +79,10 @@ bool HasEnd(const std::vector<uchar>& bytes) {
 }
 
 cv::Mat Decode(const std::vector<uchar>& bytes, int flags, const std::filesystem::path& path) {
+  const PictureCodecs& codecs = LoadPictureCodecs();
   try {
-    return LoadPictureCodecs().decode(bytes, flags);
+    const QuietLibraries quiet;
+    return codecs.decode(bytes, flags);
   } catch (const cv::Exception& error) {
     // OpenCV refuses sizes of its own accord and names the limit that was broken.
     if (error.code == cv::Error::StsNoMem ||
@@ -203,8 +206,10 @@ void WritePicture(const cv::Mat& picture, const std::filesystem::path& path, boo
   CheckOutput(path, overwrite);
   std::vector<uchar> bytes;
   bool encoded = false;
+  const PictureCodecs& codecs = LoadPictureCodecs();
   try {
-    encoded = LoadPictureCodecs().encode(path.extension().string(), picture, bytes, {});
+    const QuietLibraries quiet;
+    encoded = codecs.encode(path.extension().string(), picture, bytes, {});
   } catch (const cv::Exception&) {
   }
   if (!encoded) {

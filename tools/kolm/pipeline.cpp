@@ -11,7 +11,6 @@
 #include <utility>
 
 extern "C" {
-#include <libavutil/log.h>
 #include <libavutil/parseutils.h>
 }
 
@@ -214,7 +213,6 @@ SourceOptions ReadSourceOptions(const MediaArguments& arguments) {
 void ProcessMedia(const MediaArguments& arguments,
                   const std::function<FrameWork(const MediaShape&)>& makeWork) {
   if (arguments.quiet) SetQuiet();
-  av_log_set_level(AV_LOG_QUIET);
   WatchForStop();
   const SourceOptions sourceOptions = ReadSourceOptions(arguments);
   const SinkOptions sinkOptions = {arguments.output, arguments.overwrite, arguments.format,

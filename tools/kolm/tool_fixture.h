@@ -41,9 +41,10 @@ class KolmTool : public testing::Test {
   void TearDown() override { fs::remove_all(folder); }
 
   // Runs the tool in the test's folder, after the shell's `preparation`.
-  Outcome Run(const std::string& arguments, const std::string& preparation = "true") const {
+  Outcome Run(const std::string& arguments, const std::string& preparation = "true",
+              const std::string& output = ">.output") const {
     const std::string command = "cd '" + folder.string() + "' && " + preparation +
-                                " && '" KOLM_TOOL "' " + arguments + " >.output 2>.errors";
+                                " && '" KOLM_TOOL "' " + arguments + " " + output + " 2>.errors";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(folder / ".output"),
             FileText(folder / ".errors")};

@@ -1,6 +1,7 @@
 // Runs the tool as its users do and looks at what it says, returns and leaves behind.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -246,7 +247,13 @@ TEST_F(KolmTool, TellsWhyItCannotWrite) {
   ExpectFailure("apply -e sepia picture.png out", 8, "no picture format");
   ExpectFailure("sheet missing/out.png", 8, "No such file");
   ExpectFailure("sheet --cells picture.png/cells out.png", 8, "cannot make the directory");
-  ExpectFailure("effects --debug-log missing/log", 8, "cannot write the debug log");
+  ExpectFailure("effects --debug-log missing/log", 8,
+                "cannot write the debug log 'missing/log': No such file or directory; expected");
+  for (const std::string command : {"effects", "apply -y -e sepia picture.png picture.png"}) {
+    ExpectFailure(
+        command + " --debug-log /dev/full", 8,
+        "cannot write the debug log '/dev/full': No space left on device; expected a file");
+  }
 }
 
 constexpr uintmax_t kRecordBytes = 640 * 480 * 3;
@@ -461,6 +468,27 @@ TEST_F(KolmTool, TellsWhatIsWrongWithAStore) {
     ExpectFailure("background --store store.img --record " + number + " picture.png out.png", 10,
                   "expected a number from 1 to 1");
   }
+  WriteText(folder / "short.img", "tail");
+  for (const bool isView : {false, true}) {
+    const auto with = [&](const std::string& store) {
+      return (isView ? "view --store " : "background picture.png new.png --store ") + store;
+    };
+    const auto expectUnusable = [&](const std::string& store, const std::string& reason) {
+      std::string message = "kolm: cannot use the store '" + store;
+      message += "': ";
+      message += reason;
+      message +=
+          "; expected a file of 1 to 2331 whole records of 921600 bytes, such as 'kolm store "
+          "create' makes of pictures\n";
+      ExpectFailure(with(store), 9, message);
+    };
+    expectUnusable("missing.img", "No such file or directory");
+    expectUnusable("directory", "it is not a regular file");
+    expectUnusable("empty.img", "it is empty");
+    expectUnusable("odd.img", "behind 1 record there is an odd tail of 4 bytes");
+    ExpectFailure(with("short.img"), 9, Run("store verify short.img").errors);
+    ExpectFailure(with("store.img --record 2"), 10, "expected a number from 1 to 1");
+  }
   ExpectFailure("store extract odd.img 2 out.png", 10, "expected a number from 1 to 1");
   ExpectFailure("store extract empty.img 1 out.png", 10, "which has no records");
   ExpectFailure("store extract store.img 2332 out.png", 10, "reaches only 2331");
@@ -591,7 +619,10 @@ TEST_F(KolmTool, TellsWhatIsWrongWithABackground) {
   const auto with = [](const std::string& bitmap) {
     return "background --bitmap " + bitmap + " live.png out.png";
   };
-  ExpectFailure(with("missing.bmp"), 3, "there is no such file (status 0xC0000034)");
+  ExpectFailure(with("missing.bmp"), 3,
+                "cannot read 'missing.bmp': there is no such file (status 0xC0000034); expected an "
+                "uncompressed bitmap of 24 or 32 bits a pixel, such as 'ffmpeg -i picture.png "
+                "-pix_fmt bgr24 frame.bmp' writes\n");
   ExpectFailure(with("missing/picture.bmp"), 3, "there is no such directory");
   ExpectFailure(with("directory"), 3, "it is a directory (status 0xC00000BA)");
   ExpectFailure(with("text.bmp"), 3, "not an uncompressed bitmap of 24 or 32 bits");
@@ -617,6 +648,39 @@ TEST_F(KolmTool, TellsWhatIsWrongWithABackground) {
   ExpectFailure("background --store store.img --bitmap a.bmp live.png out.png", 2, "Exactly 1");
   ExpectFailure("background --record 1 --bitmap a.bmp live.png out.png", 2, "requires --store");
   ExpectFailure("background --store store.img --record x live.png out.png", 2, "--record");
+}
+
+TEST_F(KolmTool, TellsOfABitmapThatEndsEarly) {
+  Write("live.png", Plain(64, 48, kBlue));
+  Write("narrow.bmp", Plain(63, 48, kGreen));
+  Write("whole.bmp", Plain(64, 48, kGreen));
+  cv::Mat clear(48, 64, CV_8UC4, cv::Scalar(40, 200, 40, 255));
+  Write("clear.bmp", clear);
+  for (const std::string name : {"narrow.bmp", "whole.bmp", "clear.bmp"}) {
+    const std::string bytes = FileText(folder / name);
+    const std::string whole = std::to_string(bytes.size());
+    for (const size_t count : {size_t{1000}, bytes.size() - 1}) {
+      WriteText(folder / "cut.bmp", bytes.substr(0, count));
+      const Outcome outcome = Run("background -y --bitmap cut.bmp live.png out.png");
+      EXPECT_EQ(outcome.code, 0);
+      EXPECT_EQ(outcome.errors, "kolm: 'cut.bmp' ends early: it has " + std::to_string(count) +
+                                    " of " + whole +
+                                    " bytes; what is missing is shown as the module leaves it\n");
+      ExpectSuccess("background -q -y --bitmap cut.bmp live.png out.png");
+    }
+    // Bytes behind the pixels do no harm.
+    WriteText(folder / "long.bmp", bytes + "behind");
+    ExpectSuccess("background -y --bitmap long.bmp live.png out.png");
+  }
+  // From top to bottom, with the size of the pixels told.
+  std::string bytes = FileText(folder / "whole.bmp");
+  bytes.replace(22, 4, std::string("\xD0\xFF\xFF\xFF", 4));
+  bytes.replace(34, 4, std::string("\x00\x24\x00\x00", 4));
+  bytes.pop_back();
+  WriteText(folder / "cut.bmp", bytes);
+  const std::string expected = "'cut.bmp' ends early: it has " + std::to_string(bytes.size());
+  EXPECT_NE(Run("background -y --bitmap cut.bmp live.png out.png").errors.find(expected),
+            std::string::npos);
 }
 
 TEST_F(KolmTool, LeavesNothingInTheTemporaryDirectory) {
@@ -839,13 +903,110 @@ TEST_F(KolmTool, ExplainsItsCommandLine) {
   }
   EXPECT_NE(Run("--help").output.find("7  the output exists already"), std::string::npos);
   EXPECT_EQ(Run("--version").output.substr(0, 5), "kolm ");
-  ExpectFailure("", 2, "A subcommand is required");
-  ExpectFailure("apply picture.png out.png", 2, "--effect is required");
+  ExpectFailure("", 2, "a command is missing; 'kolm --help' lists the commands");
+  ExpectFailure("apply picture.png out.png", 2,
+                "--effect is required\nExpected:\n  -e,--effect NAME|ID[:PARAM]");
+  ExpectFailure("apply", 2, "See 'kolm apply --help'.\n");
+  ExpectFailure("apply -e", 2, "--effect lacks its value\nExpected:\n  -e,--effect NAME");
+  ExpectFailure("apply --bogus", 2,
+                "'--bogus' is no option of 'kolm apply'; 'kolm apply --help' lists its options");
+  ExpectFailure("apply -e 4 one.png two.png three.png", 2,
+                "'three.png' is one argument too many\nUsage: kolm apply [OPTIONS] INPUT OUTPUT\n");
+  ExpectFailure("--bogus", 2, "'--bogus' is no option of 'kolm'");
   ExpectFailure("sheet", 2, "OUTPUT is required");
-  ExpectFailure("store", 2, "A subcommand is required");
+  ExpectFailure("store", 2, "a command is missing; 'kolm store --help' lists the commands");
+  ExpectFailure("store burn", 2, "'burn' is no command; 'kolm store --help' lists the commands");
   ExpectFailure("store append store.img", 2, "PICTURE is required");
-  ExpectFailure("blur", 2, "subcommand is required");
+  ExpectFailure("blur", 2, "'blur' is no command; 'kolm --help' lists the commands");
   ExpectFailure("effects --colour", 2, "--colour");
+  ExpectFailure("effects --debug-log a --debug-log b", 2, "--debug-log is given more than once");
+  ExpectFailure("background --record abc one.png two.png", 2,
+                "--record: 'abc' cannot be used\nExpected:\n  --record N");
+  ExpectFailure("bench --sizes 3", 2, "--sizes: '3' is no size; expected WIDTHxHEIGHT such as");
+}
+
+TEST_F(KolmTool, TakesNumbersWithinTheirRange) {
+  for (const std::string number : {"nan", "-nan", "inf", "1", "10.1", "x", "''"}) {
+    ExpectFailure("track --factor " + number + " in.png out.png", 2,
+                  "cannot be used; expected a number from 1.01 to 10; see 'kolm track --help'");
+  }
+  for (const std::string number : {"nan", "inf", "-1", "3601"}) {
+    ExpectFailure("bench --seconds " + number, 2,
+                  "--seconds: '" + number + "' cannot be used; expected a number from 0 to 3600");
+  }
+  for (const std::string number : {"0", "-1", "nan", "1.5"}) {
+    ExpectFailure("view --frames " + number, 2,
+                  "--frames: '" + number + "' cannot be used; expected a whole number from 1;");
+  }
+  ExpectFailure("track --steps 100001 in.png out.png", 2, "a whole number from 1 to 100000");
+}
+
+TEST_F(KolmTool, TellsWhenNothingCanBePrinted) {
+  Write("picture.png", SmallPicture(64, 48));
+  ExpectSuccess("store create store.img picture.png");
+  const std::vector<std::string> before = Names();
+  for (const std::string command :
+       {"effects", "--help", "--version", "apply --help", "bench --json --sizes 64x48 --seconds 0",
+        "bench --sizes 64x48 --seconds 0", "store list store.img", "store verify store.img"}) {
+    SCOPED_TRACE(command);
+    const Outcome full = Run(command, "true", ">/dev/full");
+    EXPECT_EQ(full.code, 8);
+    EXPECT_NE(full.errors.find("cannot write to standard output: No space left on device; expected "
+                               "a program that reads it, or a file with room for it\n"),
+              std::string::npos)
+        << full.errors;
+    const Outcome closed = Run(command, "true", ">&-");
+    EXPECT_EQ(closed.code, 8);
+    EXPECT_NE(closed.errors.find("cannot write to standard output: Bad file descriptor"),
+              std::string::npos)
+        << closed.errors;
+    // The reader is gone before the writer begins.
+    const Outcome pipe = Run(command, "mkfifo pipe && exec 3<>pipe 4>pipe 3<&-", ">&4");
+    EXPECT_EQ(pipe.code, 12);
+    EXPECT_NE(pipe.errors.find("nobody reads standard output any more"), std::string::npos);
+    fs::remove(folder / "pipe");
+  }
+  // What prints nothing needs no standard output, and no file takes its place.
+  EXPECT_EQ(Run("apply -e sepia picture.png out.png", "true", ">&-").code, 0);
+  EXPECT_EQ(Read("out.png").size(), cv::Size(64, 48));
+  EXPECT_EQ(Run("effects --debug-log log", "true", ">&-").code, 8);
+  EXPECT_EQ(FileText(folder / "log").find("sepia"), std::string::npos);
+}
+
+TEST_F(KolmTool, LibrariesSayNothing) {
+  Write("picture.png", SmallPicture(64, 48));
+  Write("picture.jpg", SmallPicture(640, 480));
+  // A colour profile that is none, behind the header and with its checksum.
+  std::string png = FileText(folder / "picture.png");
+  const std::string profile("\0\0\0\x04iCCPx\0\0\0\xC0\x31\x34\x67", 16);
+  png.insert(33, profile);
+  WriteText(folder / "profile.png", png);
+  png[29] ^= 1;  // the header's checksum
+  WriteText(folder / "broken.png", png);
+  std::string jpeg = FileText(folder / "picture.jpg");
+  WriteText(folder / "head.jpg", jpeg.substr(0, 300));
+  jpeg.insert(jpeg.size() - 2, 20, 'x');
+  WriteText(folder / "more.jpg", jpeg);
+  WriteText(folder / "cut.ppm", "P6 10 10 255\nxx");
+  WriteText(folder / "junk.mp4", std::string(3000, 'x'));
+  for (const std::string name : {"profile.png", "more.jpg"}) {
+    ExpectSuccess("apply -y -e sepia " + name + " out.png");
+    ExpectSuccess("store create -y store.img " + name);
+  }
+  for (const std::string name : {"broken.png", "head.jpg", "cut.ppm"}) {
+    EXPECT_EQ(Run("apply -e sepia " + name + " new.png").errors,
+              "kolm: '" + name +
+                  "' is not a whole picture of a known format; expected a PNG, JPEG, BMP, TIFF, "
+                  "WebP or PNM file\n");
+  }
+  for (const std::string command : {"gallery junk.mp4 made", "track-sheet junk.mp4 new.png",
+                                    "apply -e sepia junk.mp4 new.png", "view junk.mp4"}) {
+    const Outcome outcome = Run(command, "unset DISPLAY WAYLAND_DISPLAY XDG_RUNTIME_DIR");
+    EXPECT_EQ(outcome.code, command[0] == 'v' ? 13 : 3);
+    EXPECT_EQ(outcome.errors.find("kolm: "), 0u) << outcome.errors;
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+  }
+  EXPECT_FALSE(fs::exists(folder / "made"));
 }
 
 }  // namespace

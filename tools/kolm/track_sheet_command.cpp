@@ -7,10 +7,6 @@
 #include <utility>
 #include <vector>
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
 #include "tools/kolm/commands.h"
 #include "tools/kolm/contact_sheet.h"
 #include "tools/kolm/face_follower.h"
@@ -80,7 +76,6 @@ std::vector<TrackedFrame> FollowScene(FollowOptions options) {
 }
 
 std::vector<TrackedFrame> FollowInput(const TrackSheetOptions& options) {
-  av_log_set_level(AV_LOG_QUIET);
   WatchForStop();
   const std::unique_ptr<FrameSource> source = OpenSource({options.picture});
   const MediaShape& shape = source->Shape();

@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -220,6 +221,11 @@ class VideoSink : public FrameSink {
       encoder.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     SetQuality(encoder);
+    // These print of their own accord.
+    if (encoder.priv_data != nullptr) {
+      av_opt_set(encoder.priv_data, "x265-params", "log-level=error", 0);
+    }
+    setenv("SVT_LOG", "1", 0);
     if (const int error = avcodec_open2(&encoder, &codec, nullptr); error < 0) {
       FailToEncode("the encoder '" + std::string(codec.name) + "' does not take frames of " +
                    std::to_string(shape.width) + " x " + std::to_string(shape.height) +

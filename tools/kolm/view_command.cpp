@@ -13,13 +13,10 @@
 #include <utility>
 #include <vector>
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
 #include "tools/kolm/background_arguments.h"
 #include "tools/kolm/background_record.h"
 #include "tools/kolm/beach_scene.h"
+#include "tools/kolm/command_line.h"
 #include "tools/kolm/commands.h"
 #include "tools/kolm/effect_names.h"
 #include "tools/kolm/face_follower.h"
@@ -90,11 +87,10 @@ class Meter {
   Microseconds timeOfChange_{};
 };
 
-std::vector<uint8_t> RecordToView(const ViewOptions& options) {
-  if (!options.store.empty() || !options.bitmap.empty()) return LoadBackground(options);
+std::vector<uint8_t> BuiltInRecord(bool isSample) {
   cv::Mat background;
-  cv::merge(std::vector<cv::Mat>{DrawBeachScene(), options.input.empty() ? DrawSampleRoomCover()
-                                                                         : DrawPortraitCover()},
+  cv::merge(std::vector<cv::Mat>{DrawBeachScene(),
+                                 isSample ? DrawSampleRoomCover() : DrawPortraitCover()},
             background);
   return RecordFromPicture(background, Fit::Crop);
 }
@@ -102,14 +98,16 @@ std::vector<uint8_t> RecordToView(const ViewOptions& options) {
 // What is done to a frame, and the frame that it is done to.
 class View {
  public:
-  View(const ViewOptions& options, const MediaShape& shape, ViewWindow& window)
+  // `record` is the background to begin with; without one it is empty.
+  View(const ViewOptions& options, const std::vector<uint8_t>& record, const MediaShape& shape,
+       ViewWindow& window)
       : options_(options),
         shape_(shape),
         window_(window),
         results_(shape.width, shape.height, AV_PIX_FMT_YUYV422, 1),
-        hasBackground_(!options.store.empty() || !options.bitmap.empty()),
+        hasBackground_(!record.empty()),
         isSplit_(options.split) {
-    if (hasBackground_) LoadScaled();
+    if (hasBackground_) background_ = ScaleRecord(record, shape.width, shape.height);
     for (const Effect& effect : effects_) parameters_.push_back(effect.defaultValue);
     if (options.effect.empty()) return;
     const EffectUse use = ParseEffectUse(effects_, options.effect);
@@ -142,7 +140,10 @@ class View {
       case ViewKey::LessParameter:
         return ChangeParameter(-1);
       case ViewKey::Background:
-        if (background_.empty()) LoadScaled();
+        if (background_.empty()) {
+          background_ =
+              ScaleRecord(BuiltInRecord(options_.input.empty()), shape_.width, shape_.height);
+        }
         return Toggle(hasBackground_, "background");
       case ViewKey::Tracking:
         return ToggleTracking();
@@ -170,10 +171,6 @@ class View {
   }
 
  private:
-  void LoadScaled() {
-    background_ = ScaleRecord(RecordToView(options_), shape_.width, shape_.height);
-  }
-
   const Effect* CurrentEffect() const { return effect_ == 0 ? nullptr : &effects_[effect_ - 1]; }
 
   std::string EffectText() const {
@@ -342,12 +339,13 @@ class View {
 };
 
 void RunView(const ViewOptions& options) {
-  av_log_set_level(AV_LOG_QUIET);
   WatchForStop();
   if (!options.effect.empty()) ParseEffectUse(ListEffects(), options.effect);
+  std::vector<uint8_t> record;
+  if (!options.store.empty() || !options.bitmap.empty()) record = LoadBackground(options);
   ViewWindow window;
   FrameFeed feed(ReadSourceOptions(options));
-  View view(options, feed.Shape(), window);
+  View view(options, record, feed.Shape(), window);
   window.Open(feed.Shape());
   int64_t count = 0;
   while (!StopRequested()) {
@@ -413,7 +411,7 @@ void AddViewCommand(CLI::App& app, Work& work) {
                    "a camera; may be a fraction: 30000/1001")
       ->type_name("FPS");
   command->add_option("--frames", options->frames, "Quit after N frames")
-      ->check(CLI::PositiveNumber)
+      ->check(NumberFrom<int64_t>(1))
       ->type_name("N");
   command->footer(Footer());
   command->callback([&work, options] { work = [options] { RunView(*options); }; });

@@ -12,6 +12,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "tools/kolm/failure.h"
+#include "tools/kolm/library_messages.h"
 #include "tools/kolm/picture_file.h"
 
 namespace kolm {
@@ -108,6 +109,8 @@ ViewWindow::ViewWindow()
       text_(nullptr, SDL_DestroyTexture) {
   // Signals are the tool's own matter.
   SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+  // Without a display the libraries of several would tell of it.
+  const QuietLibraries quiet;
   if (SDL_Init(SDL_INIT_VIDEO) != 0) FailToShow("there is no display");
   // SDL's last resort is a window that nobody sees.
   if (std::getenv("SDL_VIDEODRIVER") == nullptr &&
