@@ -1,6 +1,11 @@
 // Reads and writes stores.
 #include "tools/kolm/background_store.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -89,6 +94,33 @@ class StoreReader {
   std::ifstream file_;
 };
 
+// While one lives, no other process changes the store: a change puts a new file in its place, and
+// of two at a time one would be lost.
+class StoreLock {
+ public:
+  explicit StoreLock(const std::filesystem::path& path) {
+    while (true) {
+      file_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      if (file_ < 0) FailToUse(path, std::strerror(errno));
+      struct stat locked, named;
+      while (flock(file_, LOCK_EX) != 0 && errno == EINTR) {
+      }
+      // Whoever had the lock may have put another file in its place.
+      if (fstat(file_, &locked) == 0 && stat(path.c_str(), &named) == 0 &&
+          locked.st_ino == named.st_ino && locked.st_dev == named.st_dev) {
+        return;
+      }
+      close(file_);
+    }
+  }
+  ~StoreLock() { close(file_); }
+  StoreLock(const StoreLock&) = delete;
+  StoreLock& operator=(const StoreLock&) = delete;
+
+ private:
+  int file_;
+};
+
 void WriteRecord(NewFile& file, const std::vector<uint8_t>& record) {
   file.Write(record.data(), kRecordBytes);
 }
@@ -111,11 +143,11 @@ void CreateStore(const std::filesystem::path& path, const PicturePaths& pictures
 
 void AppendToStore(const std::filesystem::path& path, const PicturePaths& pictures, Fit fit) {
   CheckLength(path);
+  const StoreLock lock(path);
   const uint64_t records = Length(path) / kRecordBytes;
   CheckRoom(path, records + pictures.size());
   StoreReader old(path);
-  // Behind a link the store itself is replaced.
-  NewFile file(std::filesystem::canonical(path), true);
+  NewFile file(path, true);
   for (uint64_t index = 0; index < records; ++index) WriteRecord(file, old.Read(index));
   WritePictures(file, pictures, fit);
   file.Finish();
@@ -124,10 +156,11 @@ void AppendToStore(const std::filesystem::path& path, const PicturePaths& pictur
 void ReplaceInStore(const std::filesystem::path& path, uint32_t number,
                     const std::filesystem::path& picture, Fit fit) {
   CheckLength(path);
+  const StoreLock lock(path);
   CheckRecord(path, number);
   const uint64_t records = Length(path) / kRecordBytes;
   StoreReader old(path);
-  NewFile file(std::filesystem::canonical(path), true);
+  NewFile file(path, true);
   for (uint64_t index = 0; index < records; ++index) {
     if (index + 1 == number) {
       WritePictures(file, {picture}, fit);

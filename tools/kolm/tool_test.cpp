@@ -973,6 +973,15 @@ TEST_F(KolmTool, TellsWhenNothingCanBePrinted) {
   EXPECT_EQ(FileText(folder / "log").find("sepia"), std::string::npos);
 }
 
+TEST_F(KolmTool, AppendsToAStoreAtTheSameTime) {
+  Write("red.png", cv::Mat(48, 64, CV_8UC3, cv::Scalar(0, 0, 255)));
+  ExpectSuccess("store create store.img red.png");
+  const Outcome outcome =
+      Run("store verify store.img", "for i in 1 2 3 4 5 6 7 8; do '" KOLM_TOOL
+                                    "' store append store.img red.png & done; wait");
+  EXPECT_EQ(outcome.output, "store.img: 9 records, whole\n") << outcome.errors;
+}
+
 TEST_F(KolmTool, LibrariesSayNothing) {
   Write("picture.png", SmallPicture(64, 48));
   Write("picture.jpg", SmallPicture(640, 480));
