@@ -16,7 +16,7 @@ CLI::Validator NumberFrom(Number least, Number most = std::numeric_limits<Number
   std::ostringstream range;
   range << "from " << least;
   if (most < std::numeric_limits<Number>::max()) range << " to " << most;
-  const char* kind = std::is_integral_v<Number> ? "a whole number " : "a number ";
+  const std::string kind = std::is_integral_v<Number> ? "a whole number " : "a number ";
   const auto check = [=, range = range.str()](const std::string& text) -> std::string {
     Number number{};
     if (CLI::detail::lexical_cast(text, number) && number >= least && number <= most) return {};

@@ -69,7 +69,8 @@ class NewFile::UnfinishedName {
     for (Place& place : places) {
       bool expected = false;
       if (!place.isTaken.compare_exchange_strong(expected, true)) continue;
-      std::strcpy(place.name, whole.c_str());
+      whole.native().copy(place.name, sizeof place.name);
+      place.name[whole.native().size()] = '\0';
       place.isSet = true;
       place_ = &place;
       return;
