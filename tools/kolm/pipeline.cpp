@@ -11,6 +11,7 @@
 #include <utility>
 
 extern "C" {
+#include <libavutil/cpu.h>
 #include <libavutil/log.h>
 #include <libavutil/parseutils.h>
 }
@@ -223,11 +224,13 @@ void ProcessMedia(const MediaArguments& arguments,
   const std::unique_ptr<FrameSource> source = OpenSource(sourceOptions);
   const FrameWork work = makeWork(source->Shape());
   const std::unique_ptr<FrameSink> sink = OpenSink(sinkOptions, source->Shape());
+  // The processors that this process may use, not all that there are.
+  const bool hasOneProcessor = av_cpu_count() == 1;
   std::exception_ptr reading;
   try {
     Worker worker(work, source->Shape().frames);
-    reading = std::thread::hardware_concurrency() > 1 ? RunOverlapped(*source, worker, *sink)
-                                                      : RunByTurns(*source, worker, *sink);
+    reading = hasOneProcessor ? RunByTurns(*source, worker, *sink)
+                              : RunOverlapped(*source, worker, *sink);
     sink->Finish();
   } catch (const Failure& failure) {
     const std::string kept = sink->Abandon();
