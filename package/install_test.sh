@@ -17,6 +17,9 @@ cmake --install "$build" --prefix "$work/first" >/dev/null
 tree=$work/moved
 mv "$work/first" "$tree"
 libraries=$(dirname "$(find "$tree" -name libkolm.so)")
+# An empty entry of the tool's path for libraries would mean the current directory.
+path=$(readelf -d "$tree/bin/kolm" | sed -n 's/.*runpath: \[\(.*\)\]/:\1:/p')
+[[ -n $path && $path != *::* ]] || fail "the path for libraries is '$path'"
 readelf -d "$libraries/libkolm.so" | grep 'soname: \[libkolm\.so\.0\]' >/dev/null || fail "no SONAME"
 
 expect_grey() {

@@ -13,7 +13,7 @@ void AddBackgroundArguments(CLI::App* command, BackgroundArguments& arguments, s
   CLI::Option* storeOption =
       source
           ->add_option("--store", arguments.store,
-                       "Take a record of this store, which 'kolm store create' makes")
+                       "Take a record of this store, which the command store makes")
           ->type_name("FILE");
   source
       ->add_option("--bitmap", arguments.bitmap,

@@ -11,6 +11,7 @@
 #include <utility>
 
 extern "C" {
+#include <libavutil/cpu.h>
 #include <libavutil/parseutils.h>
 }
 
@@ -137,6 +138,9 @@ std::exception_ptr RunOverlapped(FrameSource& source, Worker& worker, FrameSink&
   return reading;
 }
 
+// Text behind another, if there is any.
+std::string AsFurther(const std::string& text) { return text.empty() ? text : "; " + text; }
+
 [[noreturn]] void FailForOption(const char* option, const std::string& value,
                                 const char* expected) {
   throw Failure(ExitCode::CommandLine,
@@ -221,25 +225,26 @@ void ProcessMedia(const MediaArguments& arguments,
   const std::unique_ptr<FrameSource> source = OpenSource(sourceOptions);
   const FrameWork work = makeWork(source->Shape());
   const std::unique_ptr<FrameSink> sink = OpenSink(sinkOptions, source->Shape());
+  // The processors that this process may use, not all that there are.
+  const bool hasOneProcessor = av_cpu_count() == 1;
   std::exception_ptr reading;
   bool isStopped = false;
   std::string where;
   try {
     Worker worker(work, source->Shape().frames);
-    reading = std::thread::hardware_concurrency() > 1 ? RunOverlapped(*source, worker, *sink)
-                                                      : RunByTurns(*source, worker, *sink);
+    reading = hasOneProcessor ? RunByTurns(*source, worker, *sink)
+                              : RunOverlapped(*source, worker, *sink);
     isStopped = StopRequested();
     const bool isWhole =
         !reading && !isStopped && source->Damage().empty() && sink->Damage().empty();
     if (!isWhole && IsSameFile(arguments.input, arguments.output)) {
-      where = "; INPUT is as it was; " + sink->FinishAsPart();
+      where = "; INPUT is as it was" + AsFurther(sink->FinishAsPart());
     } else {
       sink->Finish();
-      where = "; " + WhereText(arguments.output);
+      where = AsFurther(WhereText(arguments.output));
     }
   } catch (const Failure& failure) {
-    const std::string kept = sink->FinishAsPart();
-    throw Failure(failure.code, failure.what() + (kept.empty() ? kept : "; " + kept));
+    throw Failure(failure.code, failure.what() + AsFurther(sink->FinishAsPart()));
   }
   if (reading) std::rethrow_exception(reading);
   if (isStopped) throw Failure(ExitCode::Stopped, "stopped" + where);
