@@ -105,10 +105,16 @@ std::string StatusText(int32_t status) {
 class SystemFolder {
  public:
   explicit SystemFolder(const std::filesystem::path& store) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kolm-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-      throw Failure(ExitCode::UnwritableOutput, "cannot make the temporary directory " +
-                                                    Quoted(pattern) + ": " + std::strerror(errno));
+    std::error_code error;
+    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+    std::string pattern = (temporary / "kolm-XXXXXX").string();
+    if (error || mkdtemp(pattern.data()) == nullptr) {
+      const char* given = std::getenv("TMPDIR");
+      throw Failure(ExitCode::UnwritableOutput,
+                    "cannot make a temporary directory in " +
+                        Quoted(error && given != nullptr ? given : temporary) + ": " +
+                        (error ? error.message() : std::strerror(errno)) +
+                        "; expected a directory for temporary files in the variable TMPDIR");
     }
     folder_ = pattern;
     std::filesystem::create_directory(folder_ / "system32");

@@ -2,6 +2,7 @@
 #include "tools/kolm/byte_output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,6 +42,11 @@ class StandardOutput : public ByteOutput {
     while (count > 0) {
       const ssize_t written = write(STDOUT_FILENO, next, count);
       if (written < 0 && errno == EINTR) continue;
+      if (written < 0 && errno == EAGAIN) {
+        pollfd waited = {STDOUT_FILENO, POLLOUT, 0};
+        poll(&waited, 1, -1);
+        continue;
+      }
       if (written < 0) throw StandardOutputFailure(errno);
       next += written;
       count -= static_cast<size_t>(written);

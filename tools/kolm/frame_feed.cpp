@@ -63,6 +63,7 @@ FrameFeed::FrameFeed(const SourceOptions& options)
       due_(Clock::now()) {
   if (options.input.empty() && options.rate.num > 0) shape_.rate = options.rate;
   // These do not live beyond the first pass.
+  shape_.container = nullptr;
   shape_.picture = nullptr;
   shape_.sounds.clear();
   reader_ = std::thread([this] { Read(); });

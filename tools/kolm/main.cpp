@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -19,6 +21,7 @@ extern "C" {
 #include "tools/kolm/debug_log.h"
 #include "tools/kolm/failure.h"
 #include "tools/kolm/library_messages.h"
+#include "tools/kolm/new_file.h"
 #include "tools/kolm/stop_request.h"
 
 namespace kolm {
@@ -57,6 +60,18 @@ Exit codes:
   13 there is no display for a window
   130 stopped by SIGINT, SIGTERM or SIGHUP; the output holds what was done until then)";
 
+// The log is added to a file that exists; one that is also an input or output would be spoilt.
+void CheckDebugLog(const std::string& log, int argumentCount, char** arguments) {
+  const char* const option = "--debug-log";
+  const auto isLog = [&](const char* argument) { return IsSameFile(log, argument); };
+  const auto namesIt = [&](const char* argument) { return std::strcmp(argument, option) == 0; };
+  char** const end = arguments + argumentCount;
+  if (std::count_if(arguments, end, isLog) <= std::count_if(arguments, end, namesIt)) return;
+  throw Failure(ExitCode::CommandLine, "the debug log " + Quoted(log) +
+                                           " is named as another file, too; expected one of its "
+                                           "own for --debug-log");
+}
+
 void Run(int argumentCount, char** arguments) {
   CLI::App app(
       "Tries Kolm's video effects, background replacement and face tracking on pictures and "
@@ -92,6 +107,7 @@ void Run(int argumentCount, char** arguments) {
   } catch (const CLI::ParseError& error) {
     throw Failure(ExitCode::CommandLine, ExplainError(app, error));
   }
+  CheckDebugLog(debugLog, argumentCount, arguments);
   DirectDebugLines(debugLog);
   work();
   CheckDebugLines();

@@ -10,6 +10,7 @@ extern "C" {
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,11 +60,12 @@ struct MediaShape {
   AVRational rate = {25, 1};  // frames a second; 25 where the source does not tell
   AVRational timeBase = {1, 25};
   AVRational pixelAspect = {0, 1};
-  int64_t frames = 0;           // about as many will come; 0 if nobody knows
-  bool halvesChroma = false;    // 4:2:0: colour in every second row only
-  bool isRaw = false;           // bare packed frames
-  int64_t firstNumber = 1;      // of a numbered sequence
-  AVStream* picture = nullptr;  // for its metadata, if there is a container
+  int64_t frames = 0;         // about as many will come; 0 if nobody knows
+  bool halvesChroma = false;  // 4:2:0: colour in every second row only
+  bool isRaw = false;         // bare packed frames
+  // For their metadata, if there is a container.
+  const AVFormatContext* container = nullptr;
+  AVStream* picture = nullptr;
   std::vector<AVStream*> sounds;
 };
 
@@ -72,6 +74,7 @@ struct MediaShape {
 struct MediaItem {
   FramePointer frame;
   PacketPointer sound;
+  std::optional<int> number;  // of a picture of a numbered sequence
 };
 
 class FrameSource {

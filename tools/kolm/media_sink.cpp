@@ -24,10 +24,8 @@ namespace {
 // One picture, or a numbered sequence of them.
 class PictureSink : public FrameSink {
  public:
-  PictureSink(const SinkOptions& options, const MediaShape& shape)
-      : options_(options),
-        isSequence_(IsNumberedName(options.output)),
-        number_(shape.firstNumber) {}
+  explicit PictureSink(const SinkOptions& options)
+      : options_(options), isSequence_(IsNumberedName(options.output)) {}
 
   void Write(MediaItem item) override {
     if (!item.frame) return;
@@ -40,7 +38,8 @@ class PictureSink : public FrameSink {
         frame.data[0], frame.data[0] + static_cast<size_t>(frame.linesize[0]) * frame.height);
     cv::Mat picture = PictureFromPacked(bytes, {frame.width, frame.height});
     if (isSequence_) {
-      WritePicture(picture, Name(number_++), options_.overwrite);
+      ++count_;
+      WritePicture(picture, Name(item.number.value_or(count_)), options_.overwrite);
     } else {
       picture_ = std::move(picture);
     }
@@ -56,11 +55,10 @@ class PictureSink : public FrameSink {
   }
 
  private:
-  std::filesystem::path Name(int64_t number) const {
+  std::filesystem::path Name(int number) const {
     char name[4096];
     const std::filesystem::path pattern = options_.output;
-    if (av_get_frame_filename2(name, sizeof name, pattern.filename().c_str(),
-                               static_cast<int>(number), 0) < 0) {
+    if (av_get_frame_filename2(name, sizeof name, pattern.filename().c_str(), number, 0) < 0) {
       FailToWrite(pattern, "its name has no single place for a number",
                   "a name such as out-%04d.png");
     }
@@ -69,7 +67,7 @@ class PictureSink : public FrameSink {
 
   SinkOptions options_;
   bool isSequence_;
-  int64_t number_;
+  int count_ = 0;
   bool isWritten_ = false;
   cv::Mat picture_;
 };
@@ -120,7 +118,7 @@ void CheckSink(const SinkOptions& options) {
 
 std::unique_ptr<FrameSink> OpenSink(const SinkOptions& options, const MediaShape& shape) {
   if (options.format.empty() && IsPictureName(options.output)) {
-    return std::make_unique<PictureSink>(options, shape);
+    return std::make_unique<PictureSink>(options);
   }
   SinkOptions chosen = options;
   if (options.output == "-" && options.format.empty()) {

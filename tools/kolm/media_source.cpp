@@ -2,6 +2,7 @@
 #include "tools/kolm/media_source.h"
 
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,29 +32,38 @@ namespace {
 
 const std::regex kNumberField("%(0[0-9]*|[1-9][0-9]*)?d");
 
-// Picture files, one a frame.
+struct NumberedPath {
+  int number;
+  std::filesystem::path path;
+
+  bool operator<(const NumberedPath& other) const { return number < other.number; }
+};
+
+// Picture files, one a frame. Those that cannot be read are left out.
 class PictureSource : public FrameSource {
  public:
-  PictureSource(std::vector<std::filesystem::path> paths, const SourceOptions& options)
-      : paths_(std::move(paths)) {
+  PictureSource(std::vector<NumberedPath> pictures, const SourceOptions& options)
+      : pictures_(std::move(pictures)) {
     if (options.rate.num > 0) shape_.rate = options.rate;
     shape_.timeBase = av_inv_q(shape_.rate);
-    shape_.frames = static_cast<int64_t>(paths_.size());
-    first_ = ReadPicture(paths_[0]);
+    shape_.frames = static_cast<int64_t>(pictures_.size());
+    first_ = ReadPicture(pictures_[0].path);
     shape_.width = first_.cols;
     shape_.height = first_.rows;
   }
 
-  void SetFirstNumber(int64_t number) { shape_.firstNumber = number; }
-
   bool Next(MediaItem& item) override {
-    if (next_ == paths_.size()) return false;
     cv::Mat picture;
-    try {
-      picture = next_ == 0 ? std::exchange(first_, {}) : ReadPicture(paths_[next_]);
-    } catch (const Failure& failure) {
-      damage_ = failure.what();
-      return false;
+    while (picture.empty()) {
+      if (next_ == pictures_.size() || StopRequested()) return false;
+      const NumberedPath& path = pictures_[next_++];
+      item.number = path.number;
+      name_ = Quoted(path.path);
+      try {
+        picture = first_.empty() ? ReadPicture(path.path) : std::exchange(first_, {});
+      } catch (const Failure& failure) {
+        damage_ = failure.what();
+      }
     }
     item.frame = NewFrame();
     AVFrame& frame = *item.frame;
@@ -71,20 +81,22 @@ class PictureSource : public FrameSource {
     if (picture.cols != shape_.width || picture.rows != shape_.height) {
       item.frame = Fitted(std::move(item.frame));
     }
-    item.frame->pts = static_cast<int64_t>(next_++);
+    item.frame->pts = time_++;
     return true;
   }
 
  private:
   FramePointer Fitted(FramePointer frame) {
-    Tell(Quoted(paths_[next_]) + " is scaled from " + SizeText(frame->width, frame->height) +
+    Tell(name_ + " is scaled from " + SizeText(frame->width, frame->height) +
          " to the first picture's " + SizeText(shape_.width, shape_.height));
     if (!converter_) converter_ = std::make_unique<PackedConverter>(shape_.width, shape_.height);
     return converter_->Convert(std::move(frame));
   }
 
-  std::vector<std::filesystem::path> paths_;
+  std::vector<NumberedPath> pictures_;
   size_t next_ = 0;
+  int64_t time_ = 0;
+  std::string name_;  // of the picture that is read
   cv::Mat first_;
   std::unique_ptr<PackedConverter> converter_;
 };
@@ -97,7 +109,7 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
   std::smatch field;
   std::regex_search(name, field, kNumberField);
   const std::string before = field.prefix(), after = field.suffix();
-  std::vector<std::pair<int, std::filesystem::path>> found;
+  std::vector<NumberedPath> found;
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; entry != end;
        entry.increment(error)) {
@@ -110,8 +122,8 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
     const int number = std::stoi(digits);
     if (av_get_frame_filename2(expanded, sizeof expanded, name.c_str(), number, 0) == 0 &&
         candidate == expanded) {
-      found.emplace_back(number, pattern.has_parent_path() ? folder / candidate
-                                                           : std::filesystem::path(candidate));
+      found.push_back({number, pattern.has_parent_path() ? folder / candidate
+                                                         : std::filesystem::path(candidate)});
     }
   }
   if (error || found.empty()) {
@@ -121,18 +133,13 @@ std::unique_ptr<FrameSource> OpenSequence(const SourceOptions& options) {
                       "; expected numbered picture files");
   }
   std::sort(found.begin(), found.end());
-  const int missing = found.back().first - found[0].first + 1 - static_cast<int>(found.size());
-  if (missing > 0) {
+  const int first = found[0].number, last = found.back().number;
+  if (const int missing = last - first + 1 - static_cast<int>(found.size()); missing > 0) {
     Tell(Quoted(options.input) + " lacks " + std::to_string(missing) + " of the pictures from " +
-         std::to_string(found[0].first) + " to " + std::to_string(found.back().first) +
-         "; the result has no gaps");
+         std::to_string(first) + " to " + std::to_string(last) +
+         "; in a video the others follow one another");
   }
-  std::vector<std::filesystem::path> paths;
-  paths.reserve(found.size());
-  for (const auto& [number, path] : found) paths.push_back(path);
-  auto source = std::make_unique<PictureSource>(std::move(paths), options);
-  source->SetFirstNumber(found[0].first);
-  return source;
+  return std::make_unique<PictureSource>(std::move(found), options);
 }
 
 [[noreturn]] void FailToRead(const SourceOptions& options, const std::string& reason) {
@@ -170,7 +177,7 @@ bool HasVideoName(const std::string& name) {
 }
 
 bool HasRawName(const std::string& name) {
-  return std::filesystem::path(name).extension() == ".yuv";
+  return strcasecmp(std::filesystem::path(name).extension().c_str(), ".yuv") == 0;
 }
 
 }  // namespace
@@ -178,6 +185,8 @@ bool HasRawName(const std::string& name) {
 bool IsNumberedName(const std::string& name) {
   return std::regex_search(std::filesystem::path(name).filename().string(), kNumberField);
 }
+
+std::string InputPath(const std::string& input) { return input == "-" ? "/dev/stdin" : input; }
 
 std::string InputName(const SourceOptions& options) {
   return options.input == "-" ? "standard input" : Quoted(options.input);
@@ -196,8 +205,7 @@ std::unique_ptr<FrameSource> OpenSource(const SourceOptions& options) {
     if (options.width > 0) {
       Tell(InputName(options) + " is a picture, which tells its size itself: -s is left aside");
     }
-    return std::make_unique<PictureSource>(std::vector<std::filesystem::path>{options.input},
-                                           options);
+    return std::make_unique<PictureSource>(std::vector<NumberedPath>{{1, options.input}}, options);
   }
   if (isFile && status.st_size == 0) FailToRead(options, "it is empty");
   const bool isRaw = options.width > 0 && !HasVideoName(options.input);

@@ -19,6 +19,9 @@ struct SourceOptions {
 // Reads until the first frame is there. Throws Failure.
 std::unique_ptr<FrameSource> OpenSource(const SourceOptions& options);
 
+// Where the bytes of an input are: of standard input, too.
+std::string InputPath(const std::string& input);
+
 // For messages.
 std::string InputName(const SourceOptions& options);
 

@@ -17,6 +17,30 @@
 namespace kolm {
 namespace {
 
+// As long as what is added to it leaves the name one that file systems take.
+constexpr size_t kLongestName = 200;
+
+// Gives a file a name that no file has; else errno tells why not, and is 0 otherwise.
+bool RenameNew(const std::filesystem::path& from, const std::filesystem::path& to) {
+  errno = 0;
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Not every file system can do so in one step. Some of these know no links either.
+  errno = 0;
+  if (link(from.c_str(), to.c_str()) == 0) {
+    unlink(from.c_str());
+    return true;
+  }
+  if (errno == EEXIST) return false;
+  struct stat status;
+  if (lstat(to.c_str(), &status) == 0) {
+    errno = EEXIST;
+    return false;
+  }
+  errno = 0;
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
 [[noreturn]] void FailForExisting(const std::filesystem::path& path) {
   throw Failure(ExitCode::OutputExists,
                 Quoted(path) + " exists already; give -y to overwrite it, or another name");
@@ -112,14 +136,22 @@ NewFile::NewFile(const std::filesystem::path& path, bool overwrite)
     const std::filesystem::path target = std::filesystem::canonical(path, error);
     if (!error) path_ = target;
   }
-  beside_ = path_;
-  beside_.replace_filename("." + path_.filename().string() + "." + std::to_string(getpid()));
-  unfinished_ = std::make_unique<UnfinishedName>(beside_);
-  file_ = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  // The number alone may be that of a process long gone, in a container for instance.
+  const std::string start = "." + path_.filename().string().substr(0, kLongestName) + ".";
+  int number = getpid();
+  do {
+    beside_ = path_;
+    beside_.replace_filename(start + std::to_string(number++));
+    file_ = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  } while (file_ < 0 && errno == EEXIST);
   if (file_ < 0) throw WriteFailure(path, errno);
-  // A file that is replaced keeps its permissions.
+  unfinished_ = std::make_unique<UnfinishedName>(beside_);
+  // A file that is replaced keeps its permissions and, as far as we may give it away, its owner.
   struct stat old;
-  if (stat(path_.c_str(), &old) == 0) fchmod(file_, old.st_mode & 0777);
+  if (stat(path_.c_str(), &old) == 0) {
+    [[maybe_unused]] const int result = fchown(file_, old.st_uid, old.st_gid);
+    fchmod(file_, old.st_mode & 0777);
+  }
 }
 
 NewFile::~NewFile() {
@@ -163,16 +195,18 @@ int NewFile::Reserve(int64_t count) {
 
 std::filesystem::path NewFile::KeepPart() {
   struct stat status;
-  if (beside_.empty() || fstat(file_, &status) != 0 || status.st_size == 0) return {};
+  if (beside_.empty() || stat(beside_.c_str(), &status) != 0 || status.st_size == 0) return {};
   // Gives back what Reserve took in excess, if it can.
-  if (reservedEnd_ > 0) [[maybe_unused]]
-    const int result = ftruncate(file_, status.st_size);
-  std::filesystem::path part = path_;
-  part.replace_filename(path_.stem().string() + ".part-" + std::to_string(getpid()) +
-                        path_.extension().string());
-  if (renameat2(AT_FDCWD, beside_.c_str(), AT_FDCWD, part.c_str(), RENAME_NOREPLACE) != 0) {
-    return {};
+  if (file_ >= 0 && reservedEnd_ > 0) {
+    [[maybe_unused]] const int result = ftruncate(file_, status.st_size);
   }
+  const std::string stem = path_.stem().string().substr(0, kLongestName);
+  std::filesystem::path part = path_;
+  int number = getpid();
+  do {
+    part.replace_filename(stem + ".part-" + std::to_string(number++) + path_.extension().string());
+  } while (!RenameNew(beside_, part) && errno == EEXIST);
+  if (errno != 0) return {};
   unfinished_.reset();
   beside_.clear();
   return part;
@@ -187,8 +221,7 @@ void NewFile::Finish() {
   const int file = file_;
   file_ = -1;
   if (close(file) != 0) throw WriteFailure(path_, errno);
-  if (renameat2(AT_FDCWD, beside_.c_str(), AT_FDCWD, path_.c_str(),
-                overwrite_ ? 0 : RENAME_NOREPLACE) != 0) {
+  if (overwrite_ ? rename(beside_.c_str(), path_.c_str()) != 0 : !RenameNew(beside_, path_)) {
     if (errno == EEXIST) FailForExisting(path_);
     throw WriteFailure(path_, errno);
   }

@@ -164,9 +164,11 @@ const char* const kAboutMedia =
     "left out; what a telephone has marked as turned is turned upright.\n\n"
     "The first SIGINT (Ctrl-C), SIGTERM or SIGHUP ends OUTPUT properly, a second one at once. "
     "What\n"
-    "cannot be finished, for instance on a full disk, stays beside OUTPUT with '.part-' in its "
-    "name;\n"
-    "so does what comes of a stop or of damage where OUTPUT is INPUT.";
+    "cannot be finished, for instance on a full disk, stays beside OUTPUT, '.part-' in its name; "
+    "so\n"
+    "does what comes of a stop or of damage where OUTPUT is INPUT. Pictures of a sequence keep "
+    "their\n"
+    "numbers and are written one by one.";
 
 void AddMediaArguments(CLI::App* command, MediaArguments& arguments) {
   command->add_option("INPUT", arguments.input, "What frames come from")->required()->type_name("");
@@ -237,7 +239,7 @@ void ProcessMedia(const MediaArguments& arguments,
     isStopped = StopRequested();
     const bool isWhole =
         !reading && !isStopped && source->Damage().empty() && sink->Damage().empty();
-    if (!isWhole && IsSameFile(arguments.input, arguments.output)) {
+    if (!isWhole && IsSameFile(InputPath(arguments.input), arguments.output)) {
       where = "; INPUT is as it was" + AsFurther(sink->FinishAsPart());
     } else {
       sink->Finish();

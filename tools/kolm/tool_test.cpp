@@ -973,6 +973,15 @@ TEST_F(KolmTool, TellsWhenNothingCanBePrinted) {
   EXPECT_EQ(FileText(folder / "log").find("sepia"), std::string::npos);
 }
 
+TEST_F(KolmTool, TellsWhereTemporaryFilesWouldGo) {
+  Write("red.png", cv::Mat(48, 64, CV_8UC3, cv::Scalar(0, 0, 255)));
+  ExpectSuccess("store create store.img red.png");
+  ExpectFailure("background --store store.img red.png out.png", 8,
+                "cannot make a temporary directory in '/nowhere': No such file or directory; "
+                "expected a directory for temporary files in the variable TMPDIR",
+                "export TMPDIR=/nowhere");
+}
+
 TEST_F(KolmTool, AppendsToAStoreAtTheSameTime) {
   Write("red.png", cv::Mat(48, 64, CV_8UC3, cv::Scalar(0, 0, 255)));
   ExpectSuccess("store create store.img red.png");

@@ -98,6 +98,25 @@ bool NeedsFixedRate(AVCodecID codec) {
          codec == AV_CODEC_ID_WRAPPED_AVFRAME;
 }
 
+// A rate that the encoder has: the source's, or the next higher one of a few, in which each frame
+// keeps its time.
+AVRational EncoderRate(const AVCodec& codec, AVRational rate) {
+  if (codec.supported_framerates != nullptr) {
+    AVRational best = codec.supported_framerates[0];
+    for (const AVRational* each = codec.supported_framerates; each->num != 0; ++each) {
+      const bool isEnough = av_cmp_q(*each, rate) >= 0, bestIsEnough = av_cmp_q(best, rate) >= 0;
+      const bool isCloser = (av_cmp_q(*each, best) < 0) == isEnough;
+      if (isEnough != bestIsEnough ? isEnough : isCloser) best = *each;
+    }
+    return best;
+  }
+  constexpr int kMostOfMpeg4 = 65535;
+  if (codec.id == AV_CODEC_ID_MPEG4) {
+    av_reduce(&rate.num, &rate.den, rate.num, rate.den, kMostOfMpeg4);
+  }
+  return rate;
+}
+
 struct FreeOutput {
   void operator()(AVFormatContext* output) const { avformat_free_context(output); }
 };
@@ -158,18 +177,20 @@ class VideoSink : public FrameSink {
       return;
     }
     FramePointer frame = converter_->Convert(std::move(item.frame));
-    frame->pts =
-        std::max(av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base), lastTime_ + 1);
-    lastTime_ = frame->pts;
-    if (isYuv4Mpeg_ && HasBareRows(*frame)) {
-      WriteYuv4MpegFrame(*frame);
+    const int64_t time = av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base);
+    if (isYuv4Mpeg_) {
+      WriteYuv4Mpeg(std::move(frame), time);
       return;
     }
-    Check(avcodec_send_frame(encoder_.get(), frame.get()), "a frame");
-    WritePackets();
+    frame->pts = std::max(time, lastTime_ + 1);
+    lastTime_ = frame->pts;
+    Encode(*frame);
   }
 
   void Finish() override {
+    for (const Sound& sound : sounds_) {
+      if (sound.isRefused && !sound.isTaken) TellLeftOut(*sound.stream->codecpar);
+    }
     Flush();
     WriteEnd();
     bytes_->Finish();
@@ -205,10 +226,10 @@ class VideoSink : public FrameSink {
       Tell("frames of an odd height are encoded as 4:2:2, which some players do not show");
     }
     encoder.sample_aspect_ratio = shape.pixelAspect;
-    encoder.framerate = shape.rate;
+    encoder.framerate = EncoderRate(codec, shape.rate);
     const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0;
     encoder.time_base =
-        isVariable && !NeedsFixedRate(codec.id) ? shape.timeBase : av_inv_q(shape.rate);
+        isVariable && !NeedsFixedRate(codec.id) ? shape.timeBase : av_inv_q(encoder.framerate);
     const bool fullRange = encoder.pix_fmt == AV_PIX_FMT_YUVJ422P || IsRgb(encoder.pix_fmt);
     encoder.color_range = fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     encoder.colorspace = IsRgb(encoder.pix_fmt) ? AVCOL_SPC_RGB : AVCOL_SPC_SMPTE170M;
@@ -252,37 +273,111 @@ class VideoSink : public FrameSink {
   }
 
   void AddStreams(const MediaShape& shape) {
-    stream_ = NewStream();
+    stream_ = NewStream(muxer_.get());
     if (avcodec_parameters_from_context(stream_->codecpar, encoder_.get()) < 0) {
       throw std::bad_alloc();
     }
     stream_->time_base = encoder_->time_base;
-    stream_->avg_frame_rate = shape.rate;
+    stream_->avg_frame_rate = encoder_->framerate;
     stream_->sample_aspect_ratio = shape.pixelAspect;
     for (AVStream* sound : shape.sounds) {
-      const AVCodecID codec = sound->codecpar->codec_id;
-      const bool hasSound = muxer_->oformat->audio_codec != AV_CODEC_ID_NONE;
-      if (!hasSound || avformat_query_codec(muxer_->oformat, codec, FF_COMPLIANCE_NORMAL) == 0) {
-        Tell("sound in " + std::string(avcodec_get_name(codec)) + " is left out: the format '" +
-             muxer_->oformat->name + "' does not hold it");
+      if (!HoldsSound(*sound)) {
+        TellLeftOut(*sound->codecpar);
         continue;
       }
-      AVStream* stream = NewStream();
-      if (avcodec_parameters_copy(stream->codecpar, sound->codecpar) < 0) throw std::bad_alloc();
-      stream->codecpar->codec_tag = 0;
-      stream->time_base = sound->time_base;
+      AVStream* stream = NewSound(muxer_.get(), *sound);
+      CopyLabels(*sound, *stream);
       sounds_.push_back({sound->index, sound->time_base, stream});
     }
+    if (shape.container != nullptr) CopyTitles(*shape.container);
   }
 
-  AVStream* NewStream() {
-    AVStream* stream = avformat_new_stream(muxer_.get(), nullptr);
+  static AVStream* NewStream(AVFormatContext* muxer) {
+    AVStream* stream = avformat_new_stream(muxer, nullptr);
     if (stream == nullptr) throw std::bad_alloc();
     return stream;
   }
 
+  static AVStream* NewSound(AVFormatContext* muxer, const AVStream& sound) {
+    AVStream* stream = NewStream(muxer);
+    if (avcodec_parameters_copy(stream->codecpar, sound.codecpar) < 0) throw std::bad_alloc();
+    stream->codecpar->codec_tag = 0;
+    stream->time_base = sound.time_base;
+    return stream;
+  }
+
+  void TellLeftOut(const AVCodecParameters& sound) const {
+    Tell("sound in " + std::string(avcodec_get_name(sound.codec_id)) +
+         " is left out: the format '" + muxer_->oformat->name + "' does not hold it");
+  }
+
+  // Tried out, as multiplexers have no other way to tell.
+  bool HoldsSound(const AVStream& sound) const {
+    const AVOutputFormat* format = muxer_->oformat;
+    if (format->audio_codec == AV_CODEC_ID_NONE) return false;
+    if (std::strcmp(format->name, "mpegts") == 0 && !IsKnownInTransportStreams(sound)) return false;
+    AVFormatContext* output = nullptr;
+    if (avformat_alloc_output_context2(&output, format, nullptr, nullptr) < 0) {
+      throw std::bad_alloc();
+    }
+    const std::unique_ptr<AVFormatContext, FreeOutput> trial(output);
+    AVStream* picture = NewStream(output);
+    if (avcodec_parameters_copy(picture->codecpar, stream_->codecpar) < 0) throw std::bad_alloc();
+    picture->time_base = stream_->time_base;
+    NewSound(output, sound);
+    if (avio_open_dyn_buf(&output->pb) < 0) throw std::bad_alloc();
+    const bool isHeld = avformat_write_header(output, nullptr) >= 0;
+    if (isHeld) av_write_trailer(output);
+    uint8_t* bytes = nullptr;
+    avio_close_dyn_buf(output->pb, &bytes);
+    av_free(bytes);
+    return isHeld;
+  }
+
+  // Others are written too, but no player finds them.
+  static bool IsKnownInTransportStreams(const AVStream& sound) {
+    switch (sound.codecpar->codec_id) {
+      case AV_CODEC_ID_MP1:
+      case AV_CODEC_ID_MP2:
+      case AV_CODEC_ID_MP3:
+      case AV_CODEC_ID_AAC:
+      case AV_CODEC_ID_AAC_LATM:
+      case AV_CODEC_ID_AC3:
+      case AV_CODEC_ID_EAC3:
+      case AV_CODEC_ID_DTS:
+      case AV_CODEC_ID_TRUEHD:
+      case AV_CODEC_ID_OPUS:
+      case AV_CODEC_ID_S302M:
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  static void CopyLabels(const AVStream& from, AVStream& to) {
+    to.disposition = from.disposition;
+    for (const char* key : {"language", "title"}) {
+      const AVDictionaryEntry* entry = av_dict_get(from.metadata, key, nullptr, 0);
+      if (entry != nullptr) av_dict_set(&to.metadata, key, entry->value, 0);
+    }
+  }
+
+  void CopyTitles(const AVFormatContext& from) {
+    for (const char* key : {"title", "artist", "author", "album", "date", "creation_time",
+                            "comment", "description", "copyright", "genre", "location"}) {
+      const AVDictionaryEntry* entry = av_dict_get(from.metadata, key, nullptr, 0);
+      if (entry != nullptr) av_dict_set(&muxer_->metadata, key, entry->value, 0);
+    }
+    for (unsigned i = 0; i < from.nb_streams; ++i) {
+      if (from.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
+        Tell("subtitles are left out");
+        break;
+      }
+    }
+  }
+
   void WriteSound(PacketPointer packet) {
-    for (const Sound& sound : sounds_) {
+    for (Sound& sound : sounds_) {
       if (sound.index != packet->stream_index) continue;
       packet->stream_index = sound.stream->index;
       packet->pos = -1;
@@ -290,7 +385,8 @@ class VideoSink : public FrameSink {
       Count(*packet);
       const int result = av_interleaved_write_frame(muxer_.get(), packet.get());
       if (failure_ || result == AVERROR(ENOMEM)) Check(result, "sound");
-      if (result < 0) damage_ = "some packets of its sound are left out: " + AvErrorText(result);
+      (result < 0 ? sound.isRefused : sound.isTaken) = true;
+      if (sound.isRefused && sound.isTaken) damage_ = "some packets of its sound are left out";
     }
   }
 
@@ -337,14 +433,39 @@ class VideoSink : public FrameSink {
     return kHeaders + packets_ * kIndexEntry + std::max<int64_t>(0, pendingBytes_);
   }
 
+  void Encode(AVFrame& frame) {
+    Check(avcodec_send_frame(encoder_.get(), &frame), "a frame");
+    WritePackets();
+  }
+
+  // This format has no times: a frame that lasts longer is written several times.
+  void WriteYuv4Mpeg(FramePointer frame, int64_t time) {
+    if (last_) {
+      for (; lastTime_ + 1 < time; ++lastTime_) {
+        if (!std::exchange(hasRepeated_, true)) {
+          Tell("some frames are repeated, as YUV4MPEG2 knows a fixed rate only");
+        }
+        WriteYuv4MpegFrame(*last_);
+      }
+    }
+    WriteYuv4MpegFrame(*frame);
+    lastTime_ = std::max(time, lastTime_ + 1);
+    last_ = std::move(frame);
+  }
+
   static bool HasBareRows(const AVFrame& frame) {
     const int chromaWidth = frame.width / 2;
     return frame.linesize[0] == frame.width && frame.linesize[1] == chromaWidth &&
            frame.linesize[2] == chromaWidth;
   }
 
-  // The same bytes as the multiplexer's, which copies each row into its buffer.
-  void WriteYuv4MpegFrame(const AVFrame& frame) {
+  void WriteYuv4MpegFrame(AVFrame& frame) {
+    if (!HasBareRows(frame)) {
+      frame.pts = yuv4MpegFrames_++;
+      Encode(frame);
+      return;
+    }
+    // The same bytes as the multiplexer's, which copies each row into its buffer.
     constexpr std::string_view kFrameHeader = "FRAME\n";
     avio_flush(io_.get());
     Check(io_->error, "a frame");
@@ -377,8 +498,9 @@ class VideoSink : public FrameSink {
       // have theirs already.
       if (!sink.isLast_ && !sink.failure_ && sink.IsIndexLast()) {
         const int error = sink.bytes_->Reserve(count + sink.BytesToEnd());
-        if (error != 0)
+        if (error != 0) {
           sink.failure_ = std::make_exception_ptr(WriteFailure(sink.options_.output, error));
+        }
       }
       sink.bytes_->Write(bytes, static_cast<size_t>(count));
       sink.pendingBytes_ -= count;
@@ -406,6 +528,7 @@ class VideoSink : public FrameSink {
     int index;  // in the source
     AVRational timeBase;
     AVStream* stream;
+    bool isTaken = false, isRefused = false;  // packets of it
   };
 
   SinkOptions options_;
@@ -420,7 +543,9 @@ class VideoSink : public FrameSink {
   PacketPointer packet_;
   int64_t lastTime_ = INT64_MIN / 2;
   std::exception_ptr failure_;
-  bool isYuv4Mpeg_ = false;
+  bool isYuv4Mpeg_ = false, hasRepeated_ = false;
+  FramePointer last_;           // of YUV4MPEG2
+  int64_t yuv4MpegFrames_ = 0;  // of those that are encoded
   bool hasHeader_ = false, isFinished_ = false, isClosed_ = false;
   bool isLast_ = false;       // only the end is still to be written
   int64_t packets_ = 0;       // given to the multiplexer

@@ -13,9 +13,11 @@ extern "C" {
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <thread>
 #include <utility>
 
@@ -132,12 +134,13 @@ class VideoSource : public FrameSource {
     const AVRational rate = av_guess_frame_rate(input_.get(), stream_, nullptr);
     if (rate.num > 0 && rate.den > 0) shape_.rate = rate;
     shape_.timeBase = stream_->time_base;
+    shape_.container = input_.get();
     shape_.picture = stream_;
     shape_.frames = stream_->nb_frames;
-    if (input_->start_time != AV_NOPTS_VALUE) start_ = std::max<int64_t>(0, input_->start_time);
+    if (input_->start_time != AV_NOPTS_VALUE) start_ = input_->start_time;
     // Some formats tell the time of their end instead of their length.
     const bool tellsEnd = av_match_name(input_->iformat->name, "matroska,webm,flv") != 0;
-    const int64_t length = input_->duration - (tellsEnd ? start_ : 0);
+    const int64_t length = input_->duration - (tellsEnd ? std::max<int64_t>(0, start_) : 0);
     if (shape_.frames <= 0 && input_->duration > 0 && length > 0) {
       shape_.frames = av_rescale_q(length, AV_TIME_BASE_Q, av_inv_q(shape_.rate));
     }
@@ -148,7 +151,7 @@ class VideoSource : public FrameSource {
     packet_ = NewPacket();
     MediaItem item;
     bool isThere = true;
-    while ((isThere = Decode(item)) && item.sound) early_.push_back(std::move(item.sound));
+    while ((isThere = Decode(item)) && item.sound) KeepEarly(std::move(item.sound));
     if (!isThere) {
       if (StopRequested()) throw Failure(ExitCode::Stopped, "stopped before the first frame");
       const bool isPiped = io_ != nullptr;
@@ -203,6 +206,18 @@ class VideoSource : public FrameSource {
   }
 
  private:
+  // Of hours of sound before the first frame only the last are kept: memory has an end.
+  void KeepEarly(PacketPointer sound) {
+    constexpr int64_t kMostBytes = 32 << 20;
+    earlyBytes_ += sound->size;
+    early_.push_back(std::move(sound));
+    while (earlyBytes_ > kMostBytes) {
+      earlyBytes_ -= early_.front()->size;
+      early_.pop_front();
+      damage_ = "its sound begins too long before its first frame, and is left out there";
+    }
+  }
+
   static bool HalvesChroma(const AVFrame& frame) {
     const auto format = static_cast<AVPixelFormat>(frame.format);
     return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P ||
@@ -280,6 +295,7 @@ class VideoSource : public FrameSource {
       return false;
     }
     AVStream* stream = input_->streams[packet_->stream_index];
+    FollowJump(*packet_, *stream);
     lastEnd_ = packet_->pos < 0 ? -1 : packet_->pos + packet_->size;
     if (packet_->pts != AV_NOPTS_VALUE) {
       latest_ = std::max(latest_, av_rescale_q(packet_->pts + packet_->duration, stream->time_base,
@@ -300,6 +316,31 @@ class VideoSource : public FrameSource {
     return false;
   }
 
+  // Of formats whose clock may jump, where recordings were joined for instance: what comes goes on
+  // where the last packet ended.
+  void FollowJump(AVPacket& packet, const AVStream& stream) {
+    constexpr int64_t kLongestGap = 10 * AV_TIME_BASE, kMostBack = AV_TIME_BASE / 10;
+    const bool isOurs = &stream == stream_ || stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    if ((input_->iformat->flags & AVFMT_TS_DISCONT) == 0 || !isOurs ||
+        packet.dts == AV_NOPTS_VALUE) {
+      return;
+    }
+    const auto place = ends_.find(stream.index);
+    const bool isKnown = place != ends_.end();
+    int64_t dts = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q) + shift_;
+    const int64_t expected = isKnown ? place->second : lastOfAny_;
+    if (expected != AV_NOPTS_VALUE &&
+        (std::abs(dts - expected) > kLongestGap || (isKnown && dts < expected - kMostBack))) {
+      shift_ += expected - dts;
+      dts = expected;
+    }
+    lastOfAny_ = dts + av_rescale_q(packet.duration, stream.time_base, AV_TIME_BASE_Q);
+    ends_[stream.index] = lastOfAny_;
+    const int64_t shift = av_rescale_q(shift_, AV_TIME_BASE_Q, stream.time_base);
+    packet.dts += shift;
+    if (packet.pts != AV_NOPTS_VALUE) packet.pts += shift;
+  }
+
   // Many demultiplexers take the end of a file for the end of its contents.
   void LookForMissingEnd() {
     constexpr int kLongestFrameHeader = 86;  // of YUV4MPEG2, with its parameters
@@ -315,7 +356,7 @@ class VideoSource : public FrameSource {
           return stream != stream_ && stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO;
         });
     // Whether a length or the time of the end is told: then all is there in any case.
-    const int64_t missing = input_->duration - latest_;
+    const int64_t missing = input_->duration - std::max(latest_, latest_ - start_);
     if (input_->duration > 0 && !hasOthers && missing > kTolerance &&
         input_->duration_estimation_method == AVFMT_DURATION_FROM_STREAM) {
       damage_ = "it ends " + std::to_string(missing / AV_TIME_BASE) + "." +
@@ -356,10 +397,16 @@ class VideoSource : public FrameSource {
   FramePointer decoded_, first_;
   PacketPointer packet_;
   std::deque<PacketPointer> early_;
+  int64_t earlyBytes_ = 0;
   int64_t start_ = 0;      // in AV_TIME_BASE units
   int64_t lastTime_ = -1;  // in the stream's units
-  int64_t latest_ = 0;     // end of what has been read, in AV_TIME_BASE units
-  int64_t lastEnd_ = -1;   // of the last packet, in bytes
+  // Of a clock that jumps, in AV_TIME_BASE units: what is added to it, where each stream's last
+  // packet ended, and where the last one of any did.
+  int64_t shift_ = 0;
+  std::map<int, int64_t> ends_;
+  int64_t lastOfAny_ = AV_NOPTS_VALUE;
+  int64_t latest_ = 0;    // end of what has been read, in AV_TIME_BASE units
+  int64_t lastEnd_ = -1;  // of the last packet, in bytes
   int width_ = 0, height_ = 0;
 };
 
