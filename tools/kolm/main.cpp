@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -62,11 +61,14 @@ Exit codes:
 
 // The log is added to a file that exists; one that is also an input or output would be spoilt.
 void CheckDebugLog(const std::string& log, int argumentCount, char** arguments) {
-  const char* const option = "--debug-log";
-  const auto isLog = [&](const char* argument) { return IsSameFile(log, argument); };
-  const auto namesIt = [&](const char* argument) { return std::strcmp(argument, option) == 0; };
-  char** const end = arguments + argumentCount;
-  if (std::count_if(arguments, end, isLog) <= std::count_if(arguments, end, namesIt)) return;
+  // A value may be an argument of its own, or stand behind its option's name.
+  const auto isLog = [&](const std::string& argument) {
+    const bool isOption = argument.starts_with("--") && argument.find('=') != std::string::npos;
+    return IsSameFile(log, isOption ? argument.substr(argument.find('=') + 1) : argument);
+  };
+  if (log.empty() || log == "-" || std::count_if(arguments, arguments + argumentCount, isLog) < 2) {
+    return;
+  }
   throw Failure(ExitCode::CommandLine, "the debug log " + Quoted(log) +
                                            " is named as another file, too; expected one of its "
                                            "own for --debug-log");

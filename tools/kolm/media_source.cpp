@@ -47,7 +47,7 @@ class PictureSource : public FrameSource {
     if (options.rate.num > 0) shape_.rate = options.rate;
     shape_.timeBase = av_inv_q(shape_.rate);
     shape_.frames = static_cast<int64_t>(pictures_.size());
-    first_ = ReadPicture(pictures_[0].path);
+    first_ = ReadFirst();
     shape_.width = first_.cols;
     shape_.height = first_.rows;
   }
@@ -86,6 +86,18 @@ class PictureSource : public FrameSource {
   }
 
  private:
+  // Those before it are left out.
+  cv::Mat ReadFirst() {
+    for (; next_ + 1 < pictures_.size(); ++next_) {
+      try {
+        return ReadPicture(pictures_[next_].path);
+      } catch (const Failure& failure) {
+        damage_ = failure.what();
+      }
+    }
+    return ReadPicture(pictures_[next_].path);
+  }
+
   FramePointer Fitted(FramePointer frame) {
     Tell(name_ + " is scaled from " + SizeText(frame->width, frame->height) +
          " to the first picture's " + SizeText(shape_.width, shape_.height));

@@ -20,6 +20,14 @@ namespace {
 // As long as what is added to it leaves the name one that file systems take.
 constexpr size_t kLongestName = 200;
 
+// Cut between letters of UTF-8.
+std::string Shortened(const std::string& name) {
+  if (name.size() <= kLongestName) return name;
+  size_t size = kLongestName;
+  while (size > 0 && (static_cast<unsigned char>(name[size]) & 0xC0) == 0x80) --size;
+  return name.substr(0, size);
+}
+
 // Gives a file a name that no file has; else errno tells why not, and is 0 otherwise.
 bool RenameNew(const std::filesystem::path& from, const std::filesystem::path& to) {
   errno = 0;
@@ -29,6 +37,7 @@ bool RenameNew(const std::filesystem::path& from, const std::filesystem::path& t
   errno = 0;
   if (link(from.c_str(), to.c_str()) == 0) {
     unlink(from.c_str());
+    errno = 0;
     return true;
   }
   if (errno == EEXIST) return false;
@@ -66,7 +75,11 @@ Failure WriteFailure(const std::filesystem::path& path, int error) {
 
 bool IsSameFile(const std::filesystem::path& one, const std::filesystem::path& other) {
   std::error_code error;
-  return std::filesystem::equivalent(one, other, error);
+  if (std::filesystem::equivalent(one, other, error)) return true;
+  const auto whole = [&](const std::filesystem::path& path) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
+  };
+  return !one.empty() && !other.empty() && whole(one) == whole(other);
 }
 
 void CheckPlace(const std::filesystem::path& path, bool overwrite) {
@@ -137,7 +150,7 @@ NewFile::NewFile(const std::filesystem::path& path, bool overwrite)
     if (!error) path_ = target;
   }
   // The number alone may be that of a process long gone, in a container for instance.
-  const std::string start = "." + path_.filename().string().substr(0, kLongestName) + ".";
+  const std::string start = "." + Shortened(path_.filename().string()) + ".";
   int number = getpid();
   do {
     beside_ = path_;
@@ -200,7 +213,7 @@ std::filesystem::path NewFile::KeepPart() {
   if (file_ >= 0 && reservedEnd_ > 0) {
     [[maybe_unused]] const int result = ftruncate(file_, status.st_size);
   }
-  const std::string stem = path_.stem().string().substr(0, kLongestName);
+  const std::string stem = Shortened(path_.stem().string());
   std::filesystem::path part = path_;
   int number = getpid();
   do {

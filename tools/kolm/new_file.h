@@ -22,7 +22,7 @@ std::string Quoted(const std::filesystem::path& path);
 // With the reason and the remedy that an errno stands for.
 Failure WriteFailure(const std::filesystem::path& path, int error);
 
-// Of two names of one file that exists.
+// Of two names of one file, which may be yet to come.
 bool IsSameFile(const std::filesystem::path& one, const std::filesystem::path& other);
 
 // Throws Failure if a NewFile of this path could not be made, so that no work is done in vain.

@@ -239,7 +239,8 @@ void ProcessMedia(const MediaArguments& arguments,
     isStopped = StopRequested();
     const bool isWhole =
         !reading && !isStopped && source->Damage().empty() && sink->Damage().empty();
-    if (!isWhole && IsSameFile(InputPath(arguments.input), arguments.output)) {
+    if (!isWhole && !IsNumberedName(arguments.output) &&
+        IsSameFile(InputPath(arguments.input), arguments.output)) {
       where = "; INPUT is as it was" + AsFurther(sink->FinishAsPart());
     } else {
       sink->Finish();

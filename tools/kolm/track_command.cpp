@@ -59,7 +59,12 @@ class Tracker {
   }
 
   void Finish() {
-    if (trace_) trace_->Finish();
+    if (!trace_) return;
+    try {
+      trace_->Finish();
+    } catch (const Failure& failure) {
+      throw Failure(failure.code, failure.what() + FinishAsPart());
+    }
   }
 
   // Instead of Finish, once something has failed: the text tells where the trace is.
@@ -90,14 +95,11 @@ class Tracker {
 void CheckTrace(const TrackOptions& options) {
   if (options.trace.empty()) return;
   const std::string remedy = "; expected another file for --trace";
-  if (IsSameFile(options.trace, options.input)) {
+  if (IsSameFile(options.trace, InputPath(options.input))) {
     throw Failure(ExitCode::CommandLine,
                   "the trace " + Quoted(options.trace) + " is INPUT itself" + remedy);
   }
-  const auto whole = [](const std::string& path) {
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(path));
-  };
-  if (whole(options.trace) == whole(options.output)) {
+  if (IsSameFile(options.trace, options.output)) {
     throw Failure(ExitCode::CommandLine,
                   "the trace " + Quoted(options.trace) + " is OUTPUT itself" + remedy);
   }
@@ -115,11 +117,17 @@ void Track(const TrackOptions& options) {
   } catch (const Failure& failure) {
     if (!tracker) throw;
     // Then the output has been finished as well.
+    std::string further;
     if (failure.code == ExitCode::Stopped || failure.code == ExitCode::BrokenInput) {
-      tracker->Finish();
-      throw;
+      try {
+        tracker->Finish();
+      } catch (const Failure& second) {
+        further = std::string("; ") + second.what();
+      }
+    } else {
+      further = tracker->FinishAsPart();
     }
-    throw Failure(failure.code, failure.what() + tracker->FinishAsPart());
+    throw Failure(failure.code, failure.what() + further);
   }
   tracker->Finish();
 }

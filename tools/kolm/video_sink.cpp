@@ -177,11 +177,11 @@ class VideoSink : public FrameSink {
       return;
     }
     FramePointer frame = converter_->Convert(std::move(item.frame));
-    const int64_t time = av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base);
     if (isYuv4Mpeg_) {
-      WriteYuv4Mpeg(std::move(frame), time);
+      WriteYuv4Mpeg(std::move(frame));
       return;
     }
+    const int64_t time = av_rescale_q(frame->pts, sourceTimeBase_, encoder_->time_base);
     frame->pts = std::max(time, lastTime_ + 1);
     lastTime_ = frame->pts;
     Encode(*frame);
@@ -210,8 +210,7 @@ class VideoSink : public FrameSink {
     isClosed_ = true;
     const std::filesystem::path part = bytes_->KeepPart();
     if (part.empty()) return {};
-    return (hasEnd || !IsIndexLast() ? "" : "without the index that players need, ") +
-           WhereText(part);
+    return (hasEnd || !IsMp4() ? "" : "without the index that players need, ") + WhereText(part);
   }
 
  private:
@@ -227,7 +226,7 @@ class VideoSink : public FrameSink {
     }
     encoder.sample_aspect_ratio = shape.pixelAspect;
     encoder.framerate = EncoderRate(codec, shape.rate);
-    const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0;
+    const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0 || IsMp4();
     encoder.time_base =
         isVariable && !NeedsFixedRate(codec.id) ? shape.timeBase : av_inv_q(encoder.framerate);
     const bool fullRange = encoder.pix_fmt == AV_PIX_FMT_YUVJ422P || IsRgb(encoder.pix_fmt);
@@ -280,14 +279,14 @@ class VideoSink : public FrameSink {
     stream_->time_base = encoder_->time_base;
     stream_->avg_frame_rate = encoder_->framerate;
     stream_->sample_aspect_ratio = shape.pixelAspect;
-    for (AVStream* sound : shape.sounds) {
+    for (const AVStream* sound : shape.sounds) {
       if (!HoldsSound(*sound)) {
         TellLeftOut(*sound->codecpar);
         continue;
       }
       AVStream* stream = NewSound(muxer_.get(), *sound);
       CopyLabels(*sound, *stream);
-      sounds_.push_back({sound->index, sound->time_base, stream});
+      sounds_.push_back({sound, stream});
     }
     if (shape.container != nullptr) CopyTitles(*shape.container);
   }
@@ -324,6 +323,7 @@ class VideoSink : public FrameSink {
     AVStream* picture = NewStream(output);
     if (avcodec_parameters_copy(picture->codecpar, stream_->codecpar) < 0) throw std::bad_alloc();
     picture->time_base = stream_->time_base;
+    for (const Sound& other : sounds_) NewSound(output, *other.source);
     NewSound(output, sound);
     if (avio_open_dyn_buf(&output->pb) < 0) throw std::bad_alloc();
     const bool isHeld = avformat_write_header(output, nullptr) >= 0;
@@ -378,10 +378,10 @@ class VideoSink : public FrameSink {
 
   void WriteSound(PacketPointer packet) {
     for (Sound& sound : sounds_) {
-      if (sound.index != packet->stream_index) continue;
+      if (sound.source->index != packet->stream_index) continue;
       packet->stream_index = sound.stream->index;
       packet->pos = -1;
-      av_packet_rescale_ts(packet.get(), sound.timeBase, sound.stream->time_base);
+      av_packet_rescale_ts(packet.get(), sound.source->time_base, sound.stream->time_base);
       Count(*packet);
       const int result = av_interleaved_write_frame(muxer_.get(), packet.get());
       if (failure_ || result == AVERROR(ENOMEM)) Check(result, "sound");
@@ -398,6 +398,12 @@ class VideoSink : public FrameSink {
         packet_->duration = av_rescale_q(1, av_inv_q(encoder_->framerate), encoder_->time_base);
       }
       av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
+      // The format's clock may be coarser than the frames are apart.
+      if (packet_->dts != AV_NOPTS_VALUE) {
+        packet_->dts = std::max(packet_->dts, lastDts_ + 1);
+        packet_->pts = std::max(packet_->pts, packet_->dts);
+        lastDts_ = packet_->dts;
+      }
       Count(*packet_);
       Check(av_interleaved_write_frame(muxer_.get(), packet_.get()), "a frame");
     }
@@ -417,8 +423,8 @@ class VideoSink : public FrameSink {
     Check(io_->error, "its end");
   }
 
-  // Nothing of these can be played without what is written last.
-  bool IsIndexLast() const {
+  // And its kin, of which nothing can be played without the index that is written last.
+  bool IsMp4() const {
     return av_match_name(muxer_->oformat->name, "mov,mp4,3gp,3g2,psp,ipod,f4v") != 0;
   }
 
@@ -438,18 +444,18 @@ class VideoSink : public FrameSink {
     WritePackets();
   }
 
-  // This format has no times: a frame that lasts longer is written several times.
-  void WriteYuv4Mpeg(FramePointer frame, int64_t time) {
-    if (last_) {
-      for (; lastTime_ + 1 < time; ++lastTime_) {
-        if (!std::exchange(hasRepeated_, true)) {
-          Tell("some frames are repeated, as YUV4MPEG2 knows a fixed rate only");
-        }
-        WriteYuv4MpegFrame(*last_);
+  // This format has no times: a frame that lasts longer is written several times. What comes less
+  // than three quarters of a frame late is only unsteady.
+  void WriteYuv4Mpeg(FramePointer frame) {
+    const AVRational quarter = {encoder_->time_base.num, encoder_->time_base.den * 4};
+    if (!last_) firstTime_ = frame->pts;
+    const int64_t time = av_rescale_q(frame->pts - firstTime_, sourceTimeBase_, quarter);
+    for (; last_ && yuv4MpegFrames_ < (time + 1) / 4; WriteYuv4MpegFrame(*last_)) {
+      if (!std::exchange(hasRepeated_, true)) {
+        Tell("some frames are repeated, as YUV4MPEG2 knows a fixed rate only");
       }
     }
     WriteYuv4MpegFrame(*frame);
-    lastTime_ = std::max(time, lastTime_ + 1);
     last_ = std::move(frame);
   }
 
@@ -460,8 +466,9 @@ class VideoSink : public FrameSink {
   }
 
   void WriteYuv4MpegFrame(AVFrame& frame) {
+    const int64_t number = yuv4MpegFrames_++;
     if (!HasBareRows(frame)) {
-      frame.pts = yuv4MpegFrames_++;
+      frame.pts = number;
       Encode(frame);
       return;
     }
@@ -496,7 +503,7 @@ class VideoSink : public FrameSink {
     try {
       // On a disk that gets full, writing fails while there is still room for the end. These bytes
       // have theirs already.
-      if (!sink.isLast_ && !sink.failure_ && sink.IsIndexLast()) {
+      if (!sink.isLast_ && !sink.failure_ && sink.IsMp4()) {
         const int error = sink.bytes_->Reserve(count + sink.BytesToEnd());
         if (error != 0) {
           sink.failure_ = std::make_exception_ptr(WriteFailure(sink.options_.output, error));
@@ -525,8 +532,7 @@ class VideoSink : public FrameSink {
   }
 
   struct Sound {
-    int index;  // in the source
-    AVRational timeBase;
+    const AVStream* source;
     AVStream* stream;
     bool isTaken = false, isRefused = false;  // packets of it
   };
@@ -541,11 +547,11 @@ class VideoSink : public FrameSink {
   AVStream* stream_ = nullptr;
   std::vector<Sound> sounds_;
   PacketPointer packet_;
-  int64_t lastTime_ = INT64_MIN / 2;
+  int64_t lastTime_ = INT64_MIN / 2, lastDts_ = INT64_MIN / 2;
   std::exception_ptr failure_;
   bool isYuv4Mpeg_ = false, hasRepeated_ = false;
-  FramePointer last_;           // of YUV4MPEG2
-  int64_t yuv4MpegFrames_ = 0;  // of those that are encoded
+  FramePointer last_;  // of YUV4MPEG2
+  int64_t yuv4MpegFrames_ = 0, firstTime_ = 0;
   bool hasHeader_ = false, isFinished_ = false, isClosed_ = false;
   bool isLast_ = false;       // only the end is still to be written
   int64_t packets_ = 0;       // given to the multiplexer

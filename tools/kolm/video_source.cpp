@@ -21,6 +21,7 @@ extern "C" {
 #include <thread>
 #include <utility>
 
+#include "tools/kolm/container_structure.h"
 #include "tools/kolm/failure.h"
 #include "tools/kolm/frame_conversion.h"
 #include "tools/kolm/frame_rotation.h"
@@ -316,26 +317,28 @@ class VideoSource : public FrameSource {
     return false;
   }
 
-  // Of formats whose clock may jump, where recordings were joined for instance: what comes goes on
-  // where the last packet ended.
+  // In transport and program streams the clock may jump, where recordings were joined for instance:
+  // what comes then goes on where its stream was. A stream by itself may pause, and then agrees
+  // with the others.
   void FollowJump(AVPacket& packet, const AVStream& stream) {
-    constexpr int64_t kLongestGap = 10 * AV_TIME_BASE, kMostBack = AV_TIME_BASE / 10;
+    constexpr int64_t kLongestGap = 60 * AV_TIME_BASE, kMostBack = AV_TIME_BASE / 10;
     const bool isOurs = &stream == stream_ || stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-    if ((input_->iformat->flags & AVFMT_TS_DISCONT) == 0 || !isOurs ||
+    if (av_match_name(input_->iformat->name, "mpegts,mpeg") == 0 || !isOurs ||
         packet.dts == AV_NOPTS_VALUE) {
       return;
     }
-    const auto place = ends_.find(stream.index);
-    const bool isKnown = place != ends_.end();
     int64_t dts = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q) + shift_;
-    const int64_t expected = isKnown ? place->second : lastOfAny_;
-    if (expected != AV_NOPTS_VALUE &&
-        (std::abs(dts - expected) > kLongestGap || (isKnown && dts < expected - kMostBack))) {
-      shift_ += expected - dts;
-      dts = expected;
+    const bool isFar = std::all_of(clocks_.begin(), clocks_.end(), [&](const auto& clock) {
+      return std::abs(dts - clock.second.last) > kLongestGap;
+    });
+    const bool isNew = clocks_.count(stream.index) == 0;
+    Clock& clock = clocks_[stream.index];
+    if (!isNew && (isFar || dts < clock.last - kMostBack)) {
+      shift_ += clock.last + clock.step - dts;
+      dts = clock.last + clock.step;
     }
-    lastOfAny_ = dts + av_rescale_q(packet.duration, stream.time_base, AV_TIME_BASE_Q);
-    ends_[stream.index] = lastOfAny_;
+    if (!isNew) clock.step = std::clamp<int64_t>(dts - clock.last, 0, AV_TIME_BASE);
+    clock.last = dts;
     const int64_t shift = av_rescale_q(shift_, AV_TIME_BASE_Q, stream.time_base);
     packet.dts += shift;
     if (packet.pts != AV_NOPTS_VALUE) packet.pts += shift;
@@ -349,6 +352,13 @@ class VideoSource : public FrameSource {
       if (lastEnd_ >= 0 && avio_tell(input_->pb) > lastEnd_ + kLongestFrameHeader) {
         damage_ = "it ends within a frame";
       }
+      return;
+    }
+    // These count their last frame, whose length they do not tell otherwise.
+    const bool tellsStructure = av_match_name("matroska", input_->iformat->name) != 0 ||
+                                av_match_name("flv", input_->iformat->name) != 0;
+    if (tellsStructure && io_ == nullptr) {
+      if (!HasWholeStructure(input_->url + std::strlen("file:"))) damage_ = "it ends early";
       return;
     }
     const bool hasOthers = std::any_of(
@@ -400,11 +410,13 @@ class VideoSource : public FrameSource {
   int64_t earlyBytes_ = 0;
   int64_t start_ = 0;      // in AV_TIME_BASE units
   int64_t lastTime_ = -1;  // in the stream's units
-  // Of a clock that jumps, in AV_TIME_BASE units: what is added to it, where each stream's last
-  // packet ended, and where the last one of any did.
+  // In AV_TIME_BASE units: what is added to a clock that jumps; each stream's last time and the
+  // step to it.
+  struct Clock {
+    int64_t last = 0, step = 0;
+  };
   int64_t shift_ = 0;
-  std::map<int, int64_t> ends_;
-  int64_t lastOfAny_ = AV_NOPTS_VALUE;
+  std::map<int, Clock> clocks_;
   int64_t latest_ = 0;    // end of what has been read, in AV_TIME_BASE units
   int64_t lastEnd_ = -1;  // of the last packet, in bytes
   int width_ = 0, height_ = 0;
