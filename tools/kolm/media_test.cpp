@@ -576,6 +576,20 @@ TEST_F(KolmMedia, TimesFitTheFormatsClock) {
   MakeVideo("-vf setpts=N/120/TB -r 120 fast.mkv", 30);
   ExpectSuccess("apply -e 3 fast.mkv out.gif");
   EXPECT_EQ(Frames("out.gif"), 30);
+  // From a clock of milliseconds.
+  FFmpeg("-f lavfi -i testsrc2=s=64x48:r=30000/1001 -frames:v 60 even.mkv");
+  ExpectSuccess("apply -e 3 even.mkv even.mp4");
+  EXPECT_EQ(Probe("even.mp4", "-show_entries stream=r_frame_rate,avg_frame_rate"),
+            "30000/1001,30000/1001 ");
+  FFmpeg(
+      "-f lavfi -i testsrc2=s=64x48:r=1 -f lavfi -i sine -t 3 -vf settb=1/1000,setpts=1000*N+470 "
+      "-vsync passthrough "
+      "-enc_time_base 1/1000 -c:a aac "
+      "late.mkv");
+  ExpectSuccess("apply -e 3 late.mkv late.mp4");
+  EXPECT_NEAR(
+      std::atof(Probe("late.mp4", "-select_streams v -show_entries stream=start_time").c_str()),
+      0.47, 0.03);
   // 25 frames a second that come up to 8 ms early or late.
   FFmpeg(
       "-f lavfi -i testsrc2=s=64x48:r=25 -f lavfi -i sine -t 4 -vf "

@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -115,6 +116,14 @@ AVRational EncoderRate(const AVCodec& codec, AVRational rate) {
     av_reduce(&rate.num, &rate.den, rate.num, rate.den, kMostOfMpeg4);
   }
   return rate;
+}
+
+// So fine that frames of an uneven rate keep their times, and so coarse that those of an even rate
+// are evenly apart even if the source's own clock knows milliseconds only.
+AVRational ClockOfMp4(AVRational rate) {
+  constexpr double kTicksPerSecond = 240;
+  const double ticks = std::ceil(kTicksPerSecond / av_q2d(rate));
+  return av_mul_q(av_inv_q(rate), {1, static_cast<int>(std::clamp(ticks, 1.0, 1e6))});
 }
 
 struct FreeOutput {
@@ -226,9 +235,11 @@ class VideoSink : public FrameSink {
     }
     encoder.sample_aspect_ratio = shape.pixelAspect;
     encoder.framerate = EncoderRate(codec, shape.rate);
-    const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0 || IsMp4();
-    encoder.time_base =
-        isVariable && !NeedsFixedRate(codec.id) ? shape.timeBase : av_inv_q(encoder.framerate);
+    const bool isVariable = (muxer_->oformat->flags & AVFMT_VARIABLE_FPS) != 0;
+    encoder.time_base = NeedsFixedRate(codec.id) ? av_inv_q(encoder.framerate)
+                        : isVariable             ? shape.timeBase
+                        : IsMp4()                ? ClockOfMp4(encoder.framerate)
+                                                 : av_inv_q(encoder.framerate);
     const bool fullRange = encoder.pix_fmt == AV_PIX_FMT_YUVJ422P || IsRgb(encoder.pix_fmt);
     encoder.color_range = fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     encoder.colorspace = IsRgb(encoder.pix_fmt) ? AVCOL_SPC_RGB : AVCOL_SPC_SMPTE170M;
