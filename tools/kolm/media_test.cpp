@@ -749,8 +749,10 @@ TEST_F(KolmMedia, WaitsForANamedPipe) {
   ASSERT_EQ(Shell("mkfifo pipe").code, 0);
   for (const std::string signal : {"INT", "TERM", "HUP"}) {
     const Outcome outcome =
-        Shell("'" KOLM_TOOL "' apply -e 3 pipe out.mkv & tool=$!; sleep 0.3; kill -" + signal +
-              " $tool; wait $tool");
+        Shell("'" KOLM_TOOL
+              "' apply -e 3 pipe out.mkv & tool=$!; for i in $(seq 500); do ls -l /proc/$tool/fd "
+              "| grep -q 'pipe$' && break; sleep 0.02; done; kill -" +
+              signal + " $tool; wait $tool");
     EXPECT_EQ(outcome.code, 130);
     EXPECT_NE(outcome.errors.find("stopped before the first frame"), std::string::npos);
   }
